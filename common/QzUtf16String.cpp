@@ -1,0 +1,140 @@
+#include "QzUtf16String.h"
+
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+// Decodes one strict UTF-8 sequence at s[i]; returns its length, or 0 when invalid.
+int DecodeUtf8(const unsigned char* s, int32_t len, int32_t i, uint32_t* cp) {
+    const unsigned char c = s[i];
+    if (c < 0x80) {
+        *cp = c;
+        return 1;
+    }
+    int n;
+    uint32_t v;
+    uint32_t min;
+    if ((c & 0xE0) == 0xC0) {
+        n = 2, v = c & 0x1F, min = 0x80;
+    } else if ((c & 0xF0) == 0xE0) {
+        n = 3, v = c & 0x0F, min = 0x800;
+    } else if ((c & 0xF8) == 0xF0) {
+        n = 4, v = c & 0x07, min = 0x10000;
+    } else {
+        return 0;
+    }
+    if (i + n > len) return 0;
+    for (int k = 1; k < n; ++k) {
+        if ((s[i + k] & 0xC0) != 0x80) return 0;
+        v = (v << 6) | (s[i + k] & 0x3F);
+    }
+    if (v < min || v > 0x10FFFF || (v >= 0xD800 && v <= 0xDFFF)) return 0;
+    *cp = v;
+    return n;
+}
+}  // namespace
+
+namespace QzUtf8 {
+bool IsValid(const char* s, int32_t len) {
+    const auto* u = reinterpret_cast<const unsigned char*>(s);
+    for (int32_t i = 0; i < len;) {
+        if (u[i] < 0x80) {
+            ++i;
+            continue;
+        }
+        uint32_t cp;
+        const int n = DecodeUtf8(u, len, i, &cp);
+        if (n == 0) return false;
+        i += n;
+    }
+    return true;
+}
+}  // namespace QzUtf8
+
+QzUtf16String::~QzUtf16String() { std::free(buf_); }
+
+bool QzUtf16String::Reserve(int32_t units) {
+    if (units <= cap_) return true;
+    auto* p = static_cast<char16_t*>(std::realloc(buf_, static_cast<size_t>(units) * sizeof(char16_t)));
+    if (!p) return false;
+    buf_ = p;
+    cap_ = units;
+    return true;
+}
+
+bool QzUtf16String::ConvertUtf8QzStringToUtf16(const char* utf8, int32_t len, bool asPath, int32_t initialUnits) {
+    len_ = 0;
+    if (buf_) buf_[0] = 0;
+    if (!utf8 || len < 0) return false;
+    const bool prefix = asPath && len > 250 && std::strncmp(utf8, "\\\\?\\", 4) != 0;
+    // Every UTF-8 byte yields at most one UTF-16 unit.
+    const int64_t worst = static_cast<int64_t>(len) + (prefix ? 4 : 0) + 1;
+    if (worst > INT32_MAX / 2) return false;
+    if (!Reserve(initialUnits > worst ? initialUnits : static_cast<int32_t>(worst))) return false;
+    int32_t o = 0;
+    if (prefix) {
+        buf_[o++] = u'\\';
+        buf_[o++] = u'\\';
+        buf_[o++] = u'?';
+        buf_[o++] = u'\\';
+    }
+    const auto* s = reinterpret_cast<const unsigned char*>(utf8);
+    for (int32_t i = 0; i < len;) {
+        uint32_t cp;
+        const int n = DecodeUtf8(s, len, i, &cp);
+        if (n == 0) {
+            buf_[0] = 0;
+            return false;
+        }
+        i += n;
+        if (cp >= 0x10000) {
+            cp -= 0x10000;
+            buf_[o++] = static_cast<char16_t>(0xD800 + (cp >> 10));
+            buf_[o++] = static_cast<char16_t>(0xDC00 + (cp & 0x3FF));
+        } else {
+            buf_[o++] = static_cast<char16_t>(cp);
+        }
+    }
+    buf_[o] = 0;
+    len_ = o;
+    return true;
+}
+
+bool QzUtf16String::ConvertQzUtf16StringToUtf8(const char16_t* w, int32_t units, QzString* out) {
+    out->Clear();
+    if (!w || units < 0 || static_cast<int64_t>(units) * 3 + 1 > QzString::kMaxCapacity - 6) return false;
+    if (!out->Reserve(units * 3 + 1)) return false;
+    char* d = out->Data();
+    int32_t o = 0;
+    for (int32_t i = 0; i < units; ++i) {
+        uint32_t cp = w[i];
+        if (cp >= 0xD800 && cp <= 0xDBFF) {
+            if (i + 1 >= units || w[i + 1] < 0xDC00 || w[i + 1] > 0xDFFF) {
+                out->SetLength(0);
+                return false;
+            }
+            cp = 0x10000 + ((cp - 0xD800) << 10) + (w[i + 1] - 0xDC00);
+            ++i;
+        } else if (cp >= 0xDC00 && cp <= 0xDFFF) {
+            out->SetLength(0);
+            return false;
+        }
+        if (cp < 0x80) {
+            d[o++] = static_cast<char>(cp);
+        } else if (cp < 0x800) {
+            d[o++] = static_cast<char>(0xC0 | (cp >> 6));
+            d[o++] = static_cast<char>(0x80 | (cp & 0x3F));
+        } else if (cp < 0x10000) {
+            d[o++] = static_cast<char>(0xE0 | (cp >> 12));
+            d[o++] = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+            d[o++] = static_cast<char>(0x80 | (cp & 0x3F));
+        } else {
+            d[o++] = static_cast<char>(0xF0 | (cp >> 18));
+            d[o++] = static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+            d[o++] = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+            d[o++] = static_cast<char>(0x80 | (cp & 0x3F));
+        }
+    }
+    out->SetLength(o);
+    return true;
+}

@@ -1,0 +1,67 @@
+// qzfilelist entry point: the start-up every invocation shares, then the
+// command named by the first argument, or a scan run.
+#include <cstdio>
+#include <cstdlib>
+
+#include "QzFile.h"
+#include "QzLog.h"
+#include "QzOs.h"
+#include "QzSystem.h"
+#include "qzfilelist.h"
+
+bool g_bufferingIsDisabled = false;
+bool g_isProc64 = false;
+bool g_urgentRun = false;
+bool g_firstInstallTime = false;
+std::vector<QzString> g_args;
+
+void ExitQzFileList(int code) {
+    std::fflush(stdout);
+    std::fflush(stderr);
+    QzOs::SocketShutdown();
+    std::exit(code);
+}
+
+namespace {
+
+void WriteStartupLine() {
+    constexpr int64_t kMb = 1048576;
+    const QzSystem::MemoryFigures mem = QzSystem::GetMemoryFigures();
+    QzString line = QzCat("qzfilelist processId=", QzSystem::GetProcessId(), " version=", kQzFileListVersion,
+                          ", myhguid=", QzFile::GetMyHostGuid(), g_isProc64 ? ", myProc64=TRUE" : ", myProc64=FALSE",
+                          ", numMBytesStartVirtualMemSize=", static_cast<long long>(mem.virtualBytes / kMb),
+                          ", numMBytesStartResidentMemSize=", static_cast<long long>(mem.residentBytes / kMb),
+                          ", numMBytesStartHardwareRamMemSize=", static_cast<long long>(mem.hardwareBytes / kMb),
+                          g_bufferingIsDisabled ? ", BUFFERING_IS_TURNED_OFF, called with args: "
+                                                : ", buffering_is_on, called with args: ");
+    for (size_t i = 1; i < g_args.size(); ++i)
+        line.Append(QzCat("arg", static_cast<long long>(i), "=", g_args[i], " "));
+    QzLog::WriteLine(line);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    QzOs::InitConsole();
+    if (!QzOs::SocketStartup()) {
+        std::fputs("ERROR: WSAStartup failed\n", stderr);
+        std::exit(1);
+    }
+    QzOs::GetUtf8Arguments(argc, argv, &g_args);
+
+    const QzString& dataDir = QzFile::GetDataDir();
+    const QzString logBase = QzCat(dataDir, "qzlogs", "\\", "qzfilelist");
+    const QzString noBufferingFlag = QzCat(dataDir, "qzfilelists", "\\", "qzfilelistdisablebuffering.txt");
+    g_bufferingIsDisabled = QzFile::PathExists(noBufferingFlag.c_str());
+
+    QzLog::Open(logBase.c_str(), dataDir.c_str());
+    QzLog::WriteLine(" ");
+    QzLog::WriteLine("starting qzfilelist");
+
+    QzFile::GetMyHostGuid();
+    g_isProc64 = QzSystem::Is64BitProcess();
+    WriteStartupLine();
+
+    DispatchCommandLine();
+    RunScanAndExit();
+}

@@ -1,0 +1,26 @@
+// Process-wide state of qzfilelist and the entry points of its commands.
+#pragma once
+
+#include <vector>
+
+#include "QzString.h"
+
+constexpr const char* kQzFileListVersion = "9.1.0.833";
+
+// Set once at start-up, read by the scan run and the list writers.
+extern bool g_bufferingIsDisabled;  // doubles as the verbose switch
+extern bool g_isProc64;
+extern bool g_urgentRun;
+extern bool g_firstInstallTime;
+// The arguments (argv[0] included), as UTF-8, for the life of the process.
+extern std::vector<QzString> g_args;
+
+// Flushes standard output, shuts sockets down and ends the process.
+[[noreturn]] void ExitQzFileList(int code);
+
+// Runs the command named by the first argument; returns only when the
+// arguments ask for a scan run (none, or one of the two urgent switches).
+void DispatchCommandLine();
+
+// One scan run over every volume selected for backup; never returns.
+[[noreturn]] void RunScanAndExit();
