@@ -1,0 +1,97 @@
+#include <gtest/gtest.h>
+
+#include "QzFile.h"
+#include "QzLog.h"
+#include "QzUiUtil.h"
+#include "TestScratch.h"
+
+namespace {
+
+// The install directory has no registry value here, so it is the Program
+// Files fallback on both builds; tests write its descriptor there.
+class QzLocationsTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        QzFile::ResetLocationCachesForTesting();
+        descriptor_ = QzCat(QzFile::GetInstallDir(), "qzinstall.xml");
+        QzFile::DeleteFileIfExists(descriptor_.c_str());
+        logDir_ = QzTest::NewScratchSubdir("loclog");
+        QzLog::Open(QzCat(logDir_, "qzfilelist").c_str(), nullptr);
+    }
+    void TearDown() override {
+        QzFile::DeleteFileIfExists(descriptor_.c_str());
+        QzFile::ResetLocationCachesForTesting();
+        QzLog::Close();
+    }
+    void Describe(const std::string& attrs) {
+        ASSERT_TRUE(QzTest::WriteFile(descriptor_, "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n<contents>\n<qzinstall " +
+                                                       attrs + " />\n</contents>\n"));
+        QzFile::ResetLocationCachesForTesting();
+    }
+    std::string Log() {
+        std::string all;
+        for (int d = 1; d <= 31; ++d) all += QzTest::ReadFile(QzLog::DayFilePath(d));
+        return all;
+    }
+    QzString descriptor_, logDir_;
+};
+
+}  // namespace
+
+TEST_F(QzLocationsTest, FallbacksWithoutAnInstallDescriptor) {
+    EXPECT_TRUE(QzFile::GetInstallDir().EqualsIgnoreCase("C:\\Program Files\\Korvatine\\"));
+    EXPECT_TRUE(QzFile::GetDataDir().EqualsIgnoreCase("C:\\ProgramData\\Korvatine\\qzdata\\"));
+    EXPECT_TRUE(QzFile::GetWindowsDir().EqualsIgnoreCase("C:\\Windows\\"));
+    EXPECT_STREQ(QzFile::GetMyHostGuid().c_str(), "999999999999999999999999");
+    EXPECT_NE(Log().find(" - ERROR: QzFile_Internal_Only_GetMyHostGuid - failed to get correct hguid from "
+                         "qzinstall.xml, falling back to 999999999999999999999999\n"),
+              std::string::npos);
+}
+
+TEST_F(QzLocationsTest, DataDirEndsInExactlyOneSeparatorRemoved) {
+    for (const char* value : {"D:\\Data\\", "D:\\Data", "D:\\Data/"}) {
+        Describe(std::string("datadir=\"") + value + "\"");
+        EXPECT_STREQ(QzFile::GetDataDir().c_str(), "D:\\Data\\") << value;
+    }
+    Describe("datadir=\"D:\\Data\\\\\"");
+    EXPECT_STREQ(QzFile::GetDataDir().c_str(), "D:\\Data\\\\");  // only one of two is removed
+    Describe("other=\"1\"");
+    EXPECT_TRUE(QzFile::GetDataDir().EqualsIgnoreCase("C:\\ProgramData\\Korvatine\\qzdata\\"));
+}
+
+TEST_F(QzLocationsTest, HostGuidMustBeExactly24Characters) {
+    Describe("hguid=\"abcdefabcdefabcdefabcdef\"");
+    EXPECT_STREQ(QzFile::GetMyHostGuid().c_str(), "abcdefabcdefabcdefabcdef");
+    EXPECT_EQ(Log().find("falling back"), std::string::npos);
+    Describe("hguid=\"abcdefabcdefabcdefabcde\"");
+    EXPECT_STREQ(QzFile::GetMyHostGuid().c_str(), "999999999999999999999999");
+    Describe("hguid=\"abcdefabcdefabcdefabcdef0\"");
+    EXPECT_STREQ(QzFile::GetMyHostGuid().c_str(), "999999999999999999999999");
+    // "associated_hguid" is another attribute.
+    Describe("associated_hguid=\"abcdefabcdefabcdefabcdef\"");
+    EXPECT_STREQ(QzFile::GetMyHostGuid().c_str(), "999999999999999999999999");
+}
+
+TEST_F(QzLocationsTest, ValuesAreCachedForTheProcess) {
+    Describe("datadir=\"E:\\one\" hguid=\"111111111111111111111111\"");
+    EXPECT_STREQ(QzFile::GetDataDir().c_str(), "E:\\one\\");
+    EXPECT_STREQ(QzFile::GetMyHostGuid().c_str(), "111111111111111111111111");
+    ASSERT_TRUE(QzTest::WriteFile(descriptor_, "<qzinstall datadir=\"E:\\two\" hguid=\"222222222222222222222222\" />"));
+    EXPECT_STREQ(QzFile::GetDataDir().c_str(), "E:\\one\\");
+    EXPECT_STREQ(QzFile::GetMyHostGuid().c_str(), "111111111111111111111111");
+}
+
+TEST_F(QzLocationsTest, InstallerReaderFailsInsteadOfFallingBack) {
+    QzString hguid;
+    EXPECT_FALSE(QzUiUtil::Installer_GetThisMachinesHguid(&hguid));
+    EXPECT_NE(Log().find(" - In QzUiUtil::Installer_GetThisMachinesHguid no qzinstall.xmlso probably a fresh install\n"),
+              std::string::npos);
+    Describe("datadir=\"D:\\x\"");
+    EXPECT_FALSE(QzUiUtil::Installer_GetThisMachinesHguid(&hguid));
+    EXPECT_NE(Log().find(" - ERROR: In QzUiUtil::Installer_GetThisMachinesHguid foundqzinstall.xml but could not find "
+                         "hguid\n"),
+              std::string::npos);
+    Describe("hguid=\"abcdefabcdefabcdefabcdef\"");
+    EXPECT_TRUE(QzUiUtil::Installer_GetThisMachinesHguid(&hguid));
+    EXPECT_STREQ(hguid.c_str(), "abcdefabcdefabcdefabcdef");
+}

@@ -1,0 +1,150 @@
+#include "QzLog.h"
+
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <sstream>
+#include <thread>
+
+#include "QzFile.h"
+#include "QzOs.h"
+#include "QzTime.h"
+#include "TestScratch.h"
+
+namespace {
+
+int64_t g_now = 0;
+int64_t FakeClock() { return g_now; }
+constexpr int64_t kMinute = 60000;
+constexpr int64_t kNov27Noon = 1795780800000LL;        // 2026-11-27 12:00:00 GMT
+constexpr int64_t kNov10Midnight = 1794268800000LL;    // 2026-11-10 00:00:00 GMT
+
+class QzLogTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        QzTime::SetClockForTesting(FakeClock);
+        dir_ = QzTest::NewScratchSubdir("log");
+        base_ = QzCat(dir_, "qzlogs\\qzfilelist");
+        QzLog::Open(base_.c_str(), nullptr);
+        ASSERT_TRUE(QzLog::IsOpen());
+    }
+    void TearDown() override {
+        QzLog::Close();
+        QzTime::SetClockForTesting(nullptr);
+    }
+    QzString Day(int d, const char* ext) {
+        QzString p = QzCat(base_, "\\qzfilelist");
+        p.AppendPaddedInt(d, 2);
+        p.Append(ext);
+        return p;
+    }
+    void MakeDays(int from, int to) {
+        for (int d = from; d <= to; ++d) {
+            ASSERT_TRUE(QzTest::WriteFile(Day(d, ".log"), "old\n"));
+            ASSERT_TRUE(QzTest::WriteFile(Day(d, ".zip"), "old"));
+        }
+    }
+    bool Exists(int d, const char* ext) { return QzFile::PathExists(Day(d, ext).c_str()); }
+
+    QzString dir_, base_;
+};
+
+}  // namespace
+
+TEST_F(QzLogTest, LineFormatAndDayFileChosenFromGmtDay) {
+    g_now = kNov27Noon + 1234;
+    QzLog::WriteLine("hello world");
+    QzLog::WriteLine("ends in newline\n");
+    QzLog::WriteLine("");
+    QzLog::WriteLine(QzString());
+    char pid[16];
+    std::snprintf(pid, sizeof pid, "%10u", QzOs::GetCurrentProcessId());
+    EXPECT_EQ(QzTest::ReadFile(Day(27, ".log")), std::string("2026-11-27 12:00:01 ") + pid + " - hello world\n" +
+                                                     "2026-11-27 12:00:01 " + pid + " - ends in newline\n");
+    EXPECT_STREQ(QzLog::DayFilePath(27).c_str(), Day(27, ".log").c_str());
+
+    g_now = kNov10Midnight - 1;  // 23:59:59.999 on the 9th
+    QzLog::WriteLine("late");
+    EXPECT_NE(QzTest::ReadFile(Day(9, ".log")).find("2026-11-09 23:59:59"), std::string::npos);
+}
+
+TEST_F(QzLogTest, CleanupOnDay27RemovesComingDaysAndTheWrappedOnes) {
+    MakeDays(0, 33);
+    g_now = kNov27Noon;
+    QzLog::WriteLine("x");
+    for (int d = 0; d <= 33; ++d) {
+        const bool gone = (d >= 29 && d <= 33) || d <= 5;
+        EXPECT_EQ(Exists(d, ".log"), !gone) << "day " << d;
+        EXPECT_EQ(Exists(d, ".zip"), !gone) << "day " << d;
+    }
+    EXPECT_EQ(QzLog::LastCleanupMillis(), kNov27Noon);
+}
+
+TEST_F(QzLogTest, CleanupRunsAtMostEveryTenMinutes) {
+    MakeDays(0, 31);
+    g_now = kNov10Midnight;
+    QzLog::WriteLine("first");
+    for (int d = 0; d <= 31; ++d) EXPECT_EQ(Exists(d, ".log"), d < 12 || d > 16) << "day " << d;
+
+    MakeDays(12, 12);
+    g_now = kNov10Midnight + 9 * kMinute;
+    QzLog::WriteLine("nine minutes later");
+    EXPECT_TRUE(Exists(12, ".log"));
+    EXPECT_EQ(QzLog::LastCleanupMillis(), kNov10Midnight);
+
+    g_now = kNov10Midnight + 11 * kMinute;
+    QzLog::WriteLine("eleven minutes later");
+    EXPECT_FALSE(Exists(12, ".log"));
+    EXPECT_EQ(QzLog::LastCleanupMillis(), kNov10Midnight + 11 * kMinute);
+}
+
+TEST_F(QzLogTest, LocatedMessagesNameFileLineFunctionAndLevel) {
+    g_now = kNov27Noon;
+    QzLog::WriteLocated(-3, "C:\\src\\qzapps\\qzfilelist\\qzfilelist.cpp", 812, "int __cdecl main(int,char *[])",
+                        "QZFILELIST - client version has reached End-Of-Life, exiting");
+    QzLog::WriteLocated(-2, "/src/common/QzFile.cpp", 7, "f()", "n=%d s=%s", 42, "abc");
+    QzLog::WriteLocated(-1, "QzLog.cpp", 1, "g()", "note");
+    QzLog::WriteLocated(0, "QzLog.cpp", 2, "h()", "plain");
+    std::istringstream in(QzTest::ReadFile(Day(27, ".log")));
+    std::vector<std::string> msgs;
+    for (std::string line; std::getline(in, line);) msgs.push_back(line.substr(line.find(" - ") + 3));
+    EXPECT_EQ(msgs, (std::vector<std::string>{
+                        "qzfilelist.cpp:812 [int __cdecl main(int,char *[])] ERROR:\tQZFILELIST - client version has "
+                        "reached End-Of-Life, exiting",
+                        "QzFile.cpp:7 [f()] WARNING:\tn=42 s=abc",
+                        "QzLog.cpp:1 [g()] NOTE:\tnote",
+                        "QzLog.cpp:2 [h()]:\tplain",
+                    }));
+}
+
+TEST_F(QzLogTest, ThreadsAppendWholeLines) {
+    g_now = kNov27Noon;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t)
+        threads.emplace_back([t] {
+            for (int i = 0; i < 200; ++i) QzLog::WriteLine(QzCat("thread ", t, " line ", i, " ", QzString("padding")));
+        });
+    for (std::thread& th : threads) th.join();
+    std::istringstream in(QzTest::ReadFile(Day(27, ".log")));
+    const std::regex shape(R"(^2026-11-27 12:00:00 +\d+ - thread \d line \d+ padding$)");
+    int count = 0;
+    for (std::string line; std::getline(in, line); ++count) EXPECT_TRUE(std::regex_match(line, shape)) << line;
+    EXPECT_EQ(count, 1600);
+}
+
+TEST(QzLogOpen, StaysOffWhenTheDataDirectoryIsMissing) {
+    const QzString dir = QzTest::NewScratchSubdir("logoff");
+    const QzString dataDir = QzCat(dir, "qzdata\\");
+    const QzString base = QzCat(dataDir, "qzlogs\\qzfilelist");
+    QzLog::Open(base.c_str(), dataDir.c_str());
+    EXPECT_FALSE(QzLog::IsOpen());
+    QzLog::WriteLine("nowhere");
+    EXPECT_FALSE(QzFile::PathExists(dataDir.c_str()));
+
+    ASSERT_TRUE(QzFile::CreateDirectoryRecursive(dataDir.c_str()));
+    QzLog::Open(QzCat(base, "\\").c_str(), dataDir.c_str());  // a trailing separator is dropped
+    EXPECT_TRUE(QzLog::IsOpen());
+    EXPECT_TRUE(QzFile::DirExists(base.c_str()));
+    EXPECT_TRUE(QzLog::DayFilePath(1).EndsWith("qzlogs\\qzfilelist\\qzfilelist01.log"));
+    QzLog::Close();
+}

@@ -1,0 +1,101 @@
+#include "TestScratch.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "QzFile.h"
+#include "QzOs.h"
+
+#ifndef _WIN32
+#include <unistd.h>
+#endif
+
+namespace QzTest {
+
+namespace {
+std::string g_hostRoot;  // POSIX: the mkdtemp directory holding c/ and t/
+
+struct ScratchEnvironment : ::testing::Environment {
+    void SetUp() override {
+#ifndef _WIN32
+        char tmpl[] = "/tmp/qzunit-XXXXXX";
+        const char* dir = ::mkdtemp(tmpl);
+        ASSERT_NE(dir, nullptr);
+        g_hostRoot = dir;
+        std::filesystem::create_directories(g_hostRoot + "/c");
+        std::filesystem::create_directories(g_hostRoot + "/t");
+        ::setenv("QZ_DRIVES", ("C=" + g_hostRoot + "/c;T=" + g_hostRoot + "/t").c_str(), 1);
+#endif
+        ScratchDir();
+    }
+    void TearDown() override {
+        std::error_code ec;
+#ifndef _WIN32
+        std::filesystem::remove_all(g_hostRoot, ec);
+#else
+        std::filesystem::remove_all(HostPath(ScratchDir()), ec);
+#endif
+    }
+};
+
+const auto* const kEnv = ::testing::AddGlobalTestEnvironment(new ScratchEnvironment);
+}  // namespace
+
+const QzString& ScratchDir() {
+    static const QzString dir = [] {
+#ifdef _WIN32
+        const char* temp = std::getenv("TEMP");
+        QzString d = QzCat(temp ? temp : "C:\\Windows\\Temp", "\\qzunit-", QzOs::GetCurrentProcessId(), "\\");
+        QzFile::CreateDirectoryRecursive(d.c_str());
+        return d;
+#else
+        return QzString("T:\\");
+#endif
+    }();
+    return dir;
+}
+
+QzString NewScratchSubdir(const char* name) {
+    static std::atomic<int> counter{0};
+    QzString d = QzCat(ScratchDir(), name, "-", counter.fetch_add(1), "\\");
+    EXPECT_TRUE(QzFile::CreateDirectoryRecursive(d.c_str())) << d.c_str();
+    return d;
+}
+
+std::string HostPath(const QzString& winPath) {
+#ifdef _WIN32
+    return winPath.c_str();
+#else
+    std::string p = winPath.c_str();
+    std::string rest = p.size() >= 2 && p[1] == ':' ? p.substr(2) : p;
+    for (char& c : rest)
+        if (c == '\\') c = '/';
+    const char drive = p.size() >= 2 && p[1] == ':' ? static_cast<char>(p[0] | 0x20) : 0;
+    if (drive == 'c') return g_hostRoot + "/c" + rest;
+    if (drive == 't') return g_hostRoot + "/t" + rest;
+    return rest;
+#endif
+}
+
+bool WriteFile(const QzString& winPath, const std::string& content) {
+    const std::filesystem::path p(HostPath(winPath));
+    std::error_code ec;
+    std::filesystem::create_directories(p.parent_path(), ec);
+    std::ofstream f(p, std::ios::binary | std::ios::trunc);
+    f << content;
+    return static_cast<bool>(f);
+}
+
+std::string ReadFile(const QzString& winPath) {
+    std::ifstream f(std::filesystem::path(HostPath(winPath)), std::ios::binary);
+    std::stringstream ss;
+    ss << f.rdbuf();
+    return ss.str();
+}
+
+}  // namespace QzTest
