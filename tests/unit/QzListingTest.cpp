@@ -1,0 +1,237 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <set>
+
+#include "QzOs.h"
+
+#include "QzFile.h"
+#include "QzFileInfo.h"
+#include "QzLog.h"
+#include "TestScratch.h"
+
+namespace {
+
+std::set<std::string> Names(const QzFileInfoList& list) {
+    std::set<std::string> names;
+    for (int32_t i = 0; i < list.Count(); ++i) names.insert(list.At(i)->Name());
+    return names;
+}
+
+class QzListingTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        logDir_ = QzTest::NewScratchSubdir("listlog");
+        QzLog::Open(QzCat(logDir_, "qzfilelist").c_str(), nullptr);
+    }
+    void TearDown() override { QzLog::Close(); }
+    std::string Log() {
+        std::string all;
+        for (int d = 1; d <= 31; ++d) all += QzTest::ReadFile(QzLog::DayFilePath(d));
+        return all;
+    }
+    QzString logDir_;
+};
+
+}  // namespace
+
+TEST(QzListingPattern, TrimsOneSeparatorButKeepsDriveRoots) {
+    QzString dir, pat;
+    QzFile::BuildDirSearchPattern(QzString("C:\\"), &dir, &pat);
+    EXPECT_STREQ(dir.c_str(), "C:\\");
+    EXPECT_STREQ(pat.c_str(), "C:\\\\*");
+    QzFile::BuildDirSearchPattern(QzString("C:\\Data\\"), &dir, &pat);
+    EXPECT_STREQ(dir.c_str(), "C:\\Data");
+    EXPECT_STREQ(pat.c_str(), "C:\\Data\\*");
+    QzFile::BuildDirSearchPattern(QzString("C:\\Data/"), &dir, &pat);
+    EXPECT_STREQ(dir.c_str(), "C:\\Data");
+    QzFile::BuildDirSearchPattern(QzString("C:\\Data\\\\"), &dir, &pat);
+    EXPECT_STREQ(dir.c_str(), "C:\\Data\\");  // only one separator goes
+    QzFile::BuildDirSearchPattern(QzString("/"), &dir, &pat);
+    EXPECT_STREQ(dir.c_str(), "/");
+
+    QzString p250("C:\\");
+    while (p250.Length() < 250) p250.AppendChar('x');
+    QzFile::BuildDirSearchPattern(p250, &dir, &pat);
+    EXPECT_TRUE(pat.StartsWith("C:\\xx"));
+    QzFile::BuildDirSearchPattern(QzCat(p250, "\\"), &dir, &pat);  // trimmed back to 250
+    EXPECT_TRUE(pat.StartsWith("C:\\xx"));
+    QzFile::BuildDirSearchPattern(QzCat(p250, "y"), &dir, &pat);
+    EXPECT_STREQ(pat.c_str(), QzCat("\\\\?\\", p250, "y\\*").c_str());
+}
+
+TEST(QzFileInfoList, GrowsInTheDocumentedSteps) {
+    EXPECT_EQ(QzFileInfoList::GrownCapacity(0, 0), 5);
+    EXPECT_EQ(QzFileInfoList::GrownCapacity(4, 0), 5);
+    EXPECT_EQ(QzFileInfoList::GrownCapacity(5, 5), 55);
+    EXPECT_EQ(QzFileInfoList::GrownCapacity(55, 55), 105);
+    EXPECT_EQ(QzFileInfoList::GrownCapacity(3955, 3955), 4005);
+    EXPECT_EQ(QzFileInfoList::GrownCapacity(4005, 4005), 100005);
+    EXPECT_EQ(QzFileInfoList::GrownCapacity(100005, 100005), 200005);
+    EXPECT_EQ(QzFileInfoList::GrownCapacity(200005, 200005), 5000005);
+
+    QzFileInfoList list;
+    EXPECT_EQ(list.Capacity(), 5);
+    std::vector<int32_t> capacities;
+    for (int i = 0; i < 150000; ++i) {
+        QzFileInfo* info = list.Next();
+        ASSERT_NE(info, nullptr);
+        info->size = i;
+        if (capacities.empty() || capacities.back() != list.Capacity()) capacities.push_back(list.Capacity());
+    }
+    EXPECT_EQ(list.Count(), 150000);
+    EXPECT_EQ(list.Capacity(), 200005);
+    EXPECT_EQ(capacities.front(), 5);
+    EXPECT_EQ(capacities[1], 55);
+    EXPECT_EQ(capacities[capacities.size() - 2], 100005);
+    // Reuse: a second listing overwrites records in place and allocates nothing.
+    QzFileInfo* first = list.At(0);
+    list.Reset();
+    EXPECT_EQ(list.Next(), first);
+    EXPECT_EQ(list.Capacity(), 200005);
+}
+
+TEST(QzFileInfoList, RemoveKeepsOrderAndRecyclesTheRecord) {
+    QzFileInfoList list;
+    for (int i = 0; i < 7; ++i) list.Next()->size = i;
+    QzFileInfo* removed = list.At(2);
+    list.RemoveAt(2);
+    ASSERT_EQ(list.Count(), 6);
+    std::vector<int64_t> sizes;
+    for (int i = 0; i < list.Count(); ++i) sizes.push_back(list.At(i)->size);
+    EXPECT_EQ(sizes, (std::vector<int64_t>{0, 1, 3, 4, 5, 6}));
+    EXPECT_EQ(list.Next(), removed);
+}
+
+TEST_F(QzListingTest, ListsFilesAndDirectoriesWithSizesAndTimes) {
+    const QzString dir = QzTest::NewScratchSubdir("listing");
+    ASSERT_TRUE(QzTest::WriteFile(QzCat(dir, "a.txt"), "12345"));
+    ASSERT_TRUE(QzTest::WriteFile(QzCat(dir, "Résumé 日本語.doc"), "x"));
+    ASSERT_TRUE(QzTest::WriteFile(QzCat(dir, "sub\\inner.txt"), "inner file"));
+    QzFileInfoList list;
+    const QzString withSlash = dir;  // ends in "\": trimmed before joining
+    ASSERT_TRUE(QzFile::GetListOfFileInfosInDir(&withSlash, &list));
+    ASSERT_EQ(Names(list), (std::set<std::string>{"a.txt", "Résumé 日本語.doc", "sub"}));
+    for (int32_t i = 0; i < list.Count(); ++i) {
+        const QzFileInfo* f = list.At(i);
+        EXPECT_STREQ(f->fullPath.c_str(), QzCat(dir, f->Name()).c_str());
+        EXPECT_EQ(f->extraSize, 0);
+        EXPECT_FALSE(f->isReparsePoint);
+        EXPECT_GT(f->lastModifiedMillis, 1600000000000LL);
+        EXPECT_GT(f->createdMillis, 1600000000000LL);
+        if (std::string(f->Name()) == "sub") {
+            EXPECT_TRUE(f->isDirectory);
+            EXPECT_EQ(f->size, 0);
+        } else {
+            EXPECT_FALSE(f->isDirectory);
+            EXPECT_EQ(f->size, std::string(f->Name()) == "a.txt" ? 5 : 1);
+        }
+    }
+    // An empty directory lists as true with no entries; the list is reused.
+    const QzString empty = QzTest::NewScratchSubdir("empty");
+    ASSERT_TRUE(QzFile::GetListOfFileInfosInDir(&empty, &list));
+    EXPECT_EQ(list.Count(), 0);
+}
+
+TEST_F(QzListingTest, DriveRootEntriesHaveNoDoubledSeparator) {
+#ifdef _WIN32
+    const QzString root("C:\\");
+#else
+    const QzString root("T:\\");  // the scratch drive's root
+#endif
+    QzTest::NewScratchSubdir("rootprobe");
+    QzFileInfoList list;
+    ASSERT_TRUE(QzFile::GetListOfFileInfosInDir(&root, &list));
+    ASSERT_GT(list.Count(), 0);
+    for (int32_t i = 0; i < list.Count(); ++i) {
+        EXPECT_TRUE(list.At(i)->fullPath.StartsWith(root.c_str()));
+        EXPECT_NE(list.At(i)->fullPath[3], '\\') << list.At(i)->fullPath.c_str();
+    }
+}
+
+TEST_F(QzListingTest, FailuresAreLoggedAndReturnFalse) {
+    const QzString dir = QzTest::NewScratchSubdir("fail");
+    QzFileInfoList list;
+    const QzString missing = QzCat(dir, "no\\such\\dir");
+    EXPECT_FALSE(QzFile::GetListOfFileInfosInDir(&missing, &list));
+    EXPECT_NE(Log().find(QzCat(") FindFirstFile_C failed, dirPat=", missing,
+                               "\\*, GetLastError=3, and_a_lastError_of_3_means ERROR_PATH_NOT_FOUND, check if dirPat "
+                               "starts with a letter-colon in this log line.\n")
+                             .c_str()),
+              std::string::npos)
+        << Log();
+    EXPECT_NE(Log().find("ERROR: GetListOfFileInfosInDir (processId="), std::string::npos);
+
+    const QzString file = QzCat(dir, "plain.txt");
+    ASSERT_TRUE(QzTest::WriteFile(file, "x"));
+    EXPECT_FALSE(QzFile::GetListOfFileInfosInDir(&file, &list));
+
+    const QzString badUtf8("C:\\bad\xFF\\dir");
+    EXPECT_FALSE(QzFile::GetListOfFileInfosInDir(&badUtf8, &list));
+    EXPECT_NE(Log().find(") QzUtf16String::ConvertUtf8QzStringToUtf16_A failed, dirPat=C:\\bad\xFF\\dir\\*\n"),
+              std::string::npos);
+    EXPECT_FALSE(QzFile::GetListOfFileInfosInDir(nullptr, &list));
+    EXPECT_FALSE(QzFile::GetListOfFileInfosInDir(&dir, nullptr));
+}
+
+#ifndef _WIN32
+TEST_F(QzListingTest, PosixNamesWindowsCannotHoldAreSkippedAndLinksAreReparsePoints) {
+    const QzString dir = QzTest::NewScratchSubdir("odd");
+    const std::string host = QzTest::HostPath(dir);
+    ASSERT_TRUE(QzTest::WriteFile(QzCat(dir, "good.txt"), "g"));
+    QzTest::WriteFile(QzCat(dir, "x"), "");
+    std::filesystem::rename(host + "/x", host + "/back\\slash.txt");
+    {
+        std::ofstream(host + "/bad\xFF.txt") << "b";
+    }
+    std::filesystem::create_directory(host + "/realdir");
+    std::filesystem::create_directory_symlink(host + "/realdir", host + "/dirlink");
+    std::filesystem::create_symlink(host + "/good.txt", host + "/filelink");
+    QzFileInfoList list;
+    ASSERT_TRUE(QzFile::GetListOfFileInfosInDir(&dir, &list));
+    EXPECT_EQ(Names(list), (std::set<std::string>{"good.txt", "realdir", "dirlink", "filelink"}));
+    for (int32_t i = 0; i < list.Count(); ++i) {
+        const QzFileInfo* f = list.At(i);
+        const std::string n = f->Name();
+        EXPECT_EQ(f->isReparsePoint, n == "dirlink" || n == "filelink") << n;
+        EXPECT_EQ(f->isDirectory, n == "dirlink" || n == "realdir") << n;
+    }
+    const std::string log = Log();
+    size_t count = 0;
+    for (size_t p = 0; (p = log.find("ConvertQzUtf16StringToUtf8_B failed, dirSearch=", p)) != std::string::npos; ++p)
+        ++count;
+    EXPECT_EQ(count, 2u);
+}
+#endif
+
+TEST(QzReadProbe, NamesWhyAFileCannotBeRead) {
+    const QzString dir = QzTest::NewScratchSubdir("probe");
+    const QzString file = QzCat(dir, "f.txt");
+    ASSERT_TRUE(QzTest::WriteFile(file, "content"));
+    QzString name;
+    EXPECT_EQ(QzFile::DiagnoseFileReadProblem(file.c_str(), &name), QZ_FILE_NO_ERROR);
+    EXPECT_STREQ(name.c_str(), "QZ_FILE_NO_ERROR");
+    EXPECT_EQ(QzFile::DiagnoseFileReadProblem(QzCat(dir, "missing").c_str(), &name), QZ_FILE_PERMANENT_DOES_NOT_EXIST);
+    EXPECT_STREQ(name.c_str(), "QZ_FILE_PERMANENT_DOES_NOT_EXIST");
+    EXPECT_EQ(QzFile::DiagnoseFileReadProblem("Q:\\gone\\f.txt", &name), QZ_FILE_TEMPORARY_DRIVE_UNPLUGGED);
+    EXPECT_STREQ(name.c_str(), "QZ_FILE_TEMPORARY_DRIVE_UNPLUGGED");
+    // The two roots treated as always present never report an unplugged drive.
+    EXPECT_EQ(QzFile::DiagnoseFileReadProblem("A:\\f.txt", &name), QZ_FILE_PERMANENT_DOES_NOT_EXIST);
+    EXPECT_EQ(QzFile::DiagnoseFileReadProblem("C:\\qz-no-such-file.txt", &name), QZ_FILE_PERMANENT_DOES_NOT_EXIST);
+    EXPECT_EQ(QzFile::DiagnoseFileReadProblem(dir.c_str(), &name), QZ_FILE_PERMANENT_BAD_PERMISSIONS);
+
+    QzOs::Handle h;
+    ASSERT_EQ(QzOs::OpenFile(file.c_str(), QzOs::OpenMode::ReadExclusive, &h), QzOs::ErrSuccess);
+    EXPECT_EQ(QzFile::DiagnoseFileReadProblem(file.c_str(), &name), QZ_FILE_TEMPORARY_FILE_BUSY);
+    EXPECT_STREQ(name.c_str(), "QZ_FILE_TEMPORARY_FILE_BUSY");
+    QzOs::CloseFile(h);
+
+    for (int code : {-1, 8, 9, 1000}) {
+        QzFile::FileErrorToString(code, &name);
+        EXPECT_STREQ(name.c_str(), "QZ_FILE_TEMPORARY_OTHER");
+    }
+    QzFile::FileErrorToString(6, &name);
+    EXPECT_STREQ(name.c_str(), "QZ_FILE_TEMPORARY_NOT_ENOUGH_TMP_SPACE");
+}
