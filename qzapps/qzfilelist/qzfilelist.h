@@ -5,7 +5,9 @@
 
 #include "QzString.h"
 
-constexpr const char* kQzFileListVersion = "9.1.0.833";
+#include "QzVersion.h"
+
+constexpr const char* kQzFileListVersion = kQzProgramVersion;
 
 // Set once at start-up, read by the scan run and the list writers.
 extern bool g_bufferingIsDisabled;  // doubles as the verbose switch
