@@ -177,6 +177,19 @@ void InitConsole();
 bool SocketStartup();
 void SocketShutdown();
 
+// Identity and access, for the file diagnostics.
+bool GetCurrentLoginName(QzString* nameRet);
+bool CurrentProcessHasAdminRights();
+// Whether an account (null: this process's own login) may read the file by
+// the file's own security settings: the access list's effective rights for
+// the account on Windows, the owner/group/other permission bits on POSIX.
+// detailRet says how the answer was reached or why there is none.
+bool AccountMayReadFile(const char* path, const char* accountName, QzString* detailRet);
+uint32_t GetFileLinkCount(const char* path, uint32_t* countRet);
+// Loads a file as a DLL without running its code, then unloads it. POSIX
+// cannot load Windows DLLs: ErrNotSupported.
+uint32_t TryLoadLibrary(const char* path);
+
 // Descriptions for the diagnostic switches.
 struct OsDescription {
     QzString productName;  // e.g. "Windows 10 Pro", "Linux"

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "QzCommands.h"
 #include "QzFile.h"
 #include "QzLog.h"
 #include "QzOs.h"
@@ -14,8 +15,6 @@
 #include "qzfilelist.h"
 
 namespace {
-
-using Args = std::vector<QzString>;
 
 // How a switch treats its operands when too few are given.
 enum class Operands {
@@ -142,22 +141,22 @@ const Command kCommands[] = {
     {"-attempt_run_qztransmit64", Operands::None, Unavailable},
     {"-log_install_event", Operands::Two, Unavailable},
     {"-create_qzserv_perm_report", Operands::None, Unavailable},
-    {"-diagnose_read_problem", Operands::One, Unavailable},
-    {"-open_file_exclusive", Operands::One, Unavailable},
-    {"-fileinfo", Operands::One, Unavailable},
+    {"-diagnose_read_problem", Operands::One, CmdDiagnoseReadProblem},
+    {"-open_file_exclusive", Operands::One, CmdOpenFileExclusive},
+    {"-fileinfo", Operands::One, CmdFileInfo},
     {"-time", Operands::None, Time},
-    {"-dllinfo", Operands::One, Unavailable},
-    {"-dirlist", Operands::One, Unavailable},
-    {"-dirlistdetail", Operands::One, Unavailable},
+    {"-dllinfo", Operands::One, CmdDllInfo},
+    {"-dirlist", Operands::One, CmdDirList},
+    {"-dirlistdetail", Operands::One, CmdDirListDetail},
     {"-volumeinfo", Operands::One, Unavailable},
     {"-getvolumeinfofromfilename", Operands::One, Unavailable},
     {"-clone_qzvol_to_datadir", Operands::None, Unavailable},
     {"-assignvolumeguid", Operands::Verdict, Unavailable},
     {"-assignvolumeguid_hex", Operands::Verdict, Unavailable},
-    {"-copy_rsrc_fork", Operands::TwoOrUnknown, Unavailable},
+    {"-copy_rsrc_fork", Operands::TwoOrUnknown, CmdCopyRsrcFork},
     {"-explainfile", Operands::TwoOrUnknown, Unavailable},
-    {"-grep", Operands::TwoOrUnknown, Unavailable},
-    {"-igrep", Operands::TwoOrUnknown, Unavailable},
+    {"-grep", Operands::TwoOrUnknown, CmdGrep},
+    {"-igrep", Operands::TwoOrUnknown, CmdGrep},
     {"-update_qzvolumes_xml", Operands::None, Unavailable},
     {"-update_qzdefcon_xml", Operands::None, Unavailable},
     {"-pingdrives_thatare_selectedforbackup", Operands::None, Unavailable},
