@@ -233,15 +233,40 @@ const char* BaseName(const std::string& p) {
 struct FindHandle {
     DIR* dir = nullptr;
     int fd = -1;
+    std::string wildcard;  // the pattern's last component; empty matches everything
 };
 
 namespace {
+// Windows wildcard match of a name: "*" any run, "?" one character, letters
+// compared without case as the Windows file system does.
+bool WildcardMatch(const char* pat, const char* name) {
+    const char* starPat = nullptr;
+    const char* starName = nullptr;
+    while (*name) {
+        if (*pat == '*') {
+            starPat = ++pat;
+            starName = name;
+        } else if (*pat == '?' || QzStringUtil::ToLower(static_cast<unsigned char>(*pat)) ==
+                                      QzStringUtil::ToLower(static_cast<unsigned char>(*name))) {
+            ++pat;
+            ++name;
+        } else if (starPat) {
+            pat = starPat;
+            name = ++starName;
+        } else {
+            return false;
+        }
+    }
+    while (*pat == '*') ++pat;
+    return *pat == '\0';
+}
 // Fills `d` from the next usable entry; ErrNoMoreFiles at the end.
 uint32_t ReadEntry(FindHandle* h, FindData* d) {
     for (;;) {
         errno = 0;
         struct dirent* e = ::readdir(h->dir);
         if (!e) return errno ? MapErrno(errno) : ErrNoMoreFiles;
+        if (!h->wildcard.empty() && !WildcardMatch(h->wildcard.c_str(), e->d_name)) continue;
         struct stat st;
         // Metadata comes from the directory's own descriptor: no path is
         // resolved again per entry.
@@ -273,9 +298,13 @@ uint32_t ReadEntry(FindHandle* h, FindData* d) {
 uint32_t FindFirstFile(const char* pattern, FindHandle** handleRet, FindData* dataRet) {
     *handleRet = nullptr;
     if (!pattern) return ErrInvalidParameter;
+    // "<dir>\<wildcard>": the directory to open and the names to keep.
     std::string dirPath(pattern);
-    if (dirPath.empty() || dirPath.back() != '*') return ErrInvalidParameter;
-    dirPath.pop_back();
+    const size_t sep = dirPath.find_last_of("\\/");
+    std::string wildcard = sep == std::string::npos ? dirPath : dirPath.substr(sep + 1);
+    dirPath.resize(sep == std::string::npos ? 0 : sep + 1);
+    if (wildcard.empty()) return ErrFileNotFound;
+    if (wildcard == "*" || wildcard == "*.*") wildcard.clear();
     std::string path;
     const uint32_t err = MapPath(dirPath.c_str(), &path);
     if (err) return err;
@@ -287,6 +316,7 @@ uint32_t FindFirstFile(const char* pattern, FindHandle** handleRet, FindData* da
     auto* h = new FindHandle;
     h->dir = dir;
     h->fd = ::dirfd(dir);
+    h->wildcard = std::move(wildcard);
     const uint32_t first = ReadEntry(h, dataRet);
     if (first != ErrSuccess) {
         FindClose(h);
