@@ -3,52 +3,96 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 namespace {
 
-// Horspool search over raw bytes, optionally folding ASCII letters.
+// Substring search over raw bytes, optionally folding ASCII letters. The
+// shift is chosen from the last two bytes of the window (a Horspool variant
+// over byte pairs): file lists are full of digits and separators that single
+// bytes of a pattern also hold, but pairs of them rarely.
 class Finder {
 public:
     Finder(const char* pattern, int32_t len, bool fold) : len_(len), fold_(fold) {
         pat_.Set(pattern, len);
         if (fold_)
-            for (int32_t i = 0; i < len_; ++i)
-                pat_.Data()[i] = static_cast<char>(QzStringUtil::ToLower(static_cast<unsigned char>(pat_[i])));
-        for (int& s : skip_) s = len_;
-        for (int32_t i = 0; i + 1 < len_; ++i) {
-            const auto c = static_cast<unsigned char>(pat_[i]);
-            skip_[c] = len_ - 1 - i;
-            if (fold_ && c >= 'a' && c <= 'z') skip_[c - 32] = len_ - 1 - i;
-        }
+            for (int32_t i = 0; i < len_; ++i) pat_.Data()[i] = static_cast<char>(Low(pat_[i]));
+        if (len_ < 2) return;
+        const auto* p = reinterpret_cast<const unsigned char*>(pat_.c_str());
+        const auto m = static_cast<uint16_t>(len_);
+        shift_.assign(65536, m);
+        for (int a = 0; a < 256; ++a) shift_[static_cast<size_t>(a << 8 | p[0])] = static_cast<uint16_t>(m - 1);
+        for (int32_t j = 1; j < len_; ++j)
+            shift_[static_cast<size_t>(p[j - 1] << 8 | p[j])] = static_cast<uint16_t>(len_ - 1 - j);
+        // After a failed check at the candidate pair, move as if that pair
+        // ended the pattern nowhere but earlier.
+        afterMiss_ = static_cast<uint16_t>(p[0] == p[len_ - 1] ? m - 1 : m);
+        for (int32_t j = 1; j < len_ - 1; ++j)
+            if (p[j - 1] == p[len_ - 2] && p[j] == p[len_ - 1]) afterMiss_ = static_cast<uint16_t>(len_ - 1 - j);
     }
 
     // First match in [s, e), or e.
-    const char* Find(const char* s, const char* e) const {
-        if (len_ == 0) return s;
+    const char* Find(const char* s, const char* e) const { return fold_ ? Scan<true>(s, e) : Scan<false>(s, e); }
+
+private:
+    static unsigned char Low(char c) { return QzStringUtil::ToLower(static_cast<unsigned char>(c)); }
+
+    template <bool kFold>
+    const char* Scan(const char* s, const char* e) const {
         const auto* p = reinterpret_cast<const unsigned char*>(pat_.c_str());
-        const unsigned char last = p[len_ - 1];
+        if (len_ == 0) return s;
+        if (len_ == 1) {
+            for (; s < e; ++s)
+                if ((kFold ? Low(*s) : static_cast<unsigned char>(*s)) == p[0]) return s;
+            return e;
+        }
+        const int32_t m2 = len_ - 2;
         while (e - s >= len_) {
-            const auto c = static_cast<unsigned char>(s[len_ - 1]);
-            if (Fold(c) == last && Same(s, p, len_ - 1)) return s;
-            s += skip_[c];
+            const unsigned a = kFold ? Low(s[m2]) : static_cast<unsigned char>(s[m2]);
+            const unsigned b = kFold ? Low(s[m2 + 1]) : static_cast<unsigned char>(s[m2 + 1]);
+            const uint16_t sh = shift_[a << 8 | b];
+            if (sh != 0) {
+                s += sh;
+                continue;
+            }
+            if (Same<kFold>(s, p, m2)) return s;
+            s += afterMiss_;
         }
         return e;
     }
 
-private:
-    unsigned char Fold(unsigned char c) const { return fold_ ? QzStringUtil::ToLower(c) : c; }
-    bool Same(const char* s, const unsigned char* p, int32_t n) const {
-        if (!fold_) return std::memcmp(s, p, static_cast<size_t>(n)) == 0;
+    template <bool kFold>
+    static bool Same(const char* s, const unsigned char* p, int32_t n) {
+        if (!kFold) return std::memcmp(s, p, static_cast<size_t>(n)) == 0;
         for (int32_t i = 0; i < n; ++i)
-            if (QzStringUtil::ToLower(static_cast<unsigned char>(s[i])) != p[i]) return false;
+            if (Low(s[i]) != p[i]) return false;
         return true;
     }
 
     QzString pat_;
     int32_t len_;
     bool fold_;
-    int skip_[256];
+    std::vector<uint16_t> shift_;
+    uint16_t afterMiss_ = 1;
 };
+
+// Counts "\n" bytes eight at a time: a byte of x is zero exactly where the
+// input held a newline, and the mask below has one bit per zero byte.
+int64_t CountNewlines(const char* s, const char* e) {
+    int64_t n = 0;
+    for (; s < e && (reinterpret_cast<uintptr_t>(s) & 7) != 0; ++s) n += *s == '\n';
+    constexpr uint64_t kLow7 = 0x7F7F7F7F7F7F7F7FULL;
+    constexpr uint64_t kNewlines = 0x0A0A0A0A0A0A0A0AULL;
+    for (; e - s >= 8; s += 8) {
+        uint64_t w;
+        std::memcpy(&w, s, 8);
+        const uint64_t x = w ^ kNewlines;
+        const uint64_t zeroBytes = ~(((x & kLow7) + kLow7) | x | kLow7);
+        n += __builtin_popcountll(zeroBytes);
+    }
+    for (; s < e; ++s) n += *s == '\n';
+    return n;
+}
 
 int32_t WithoutCr(const char* line, int32_t len) { return len > 0 && line[len - 1] == '\r' ? len - 1 : len; }
 
@@ -236,7 +280,7 @@ bool QzFastFileReader::Grep(const char* pattern, bool ignoreCase, int64_t maxHit
             const char* ls = h;
             while (ls > pos && ls[-1] != '\n') --ls;
             const auto* le = static_cast<const char*>(std::memchr(h, '\n', static_cast<size_t>(block - h)));
-            lineNumber_ += std::count(counted, ls, '\n') + 1;
+            lineNumber_ += CountNewlines(counted, ls) + 1;
             onHit(lineNumber_, ls, WithoutCr(ls, static_cast<int32_t>(le - ls)), false);
             counted = pos = le + 1;
             if (++hits >= maxHits) {
@@ -244,7 +288,7 @@ bool QzFastFileReader::Grep(const char* pattern, bool ignoreCase, int64_t maxHit
                 return true;
             }
         }
-        lineNumber_ += std::count(counted, block, '\n');
+        lineNumber_ += CountNewlines(counted, block);
         begin_ = static_cast<int32_t>(block - buf_);
 
         if (eof_) {
