@@ -10,6 +10,7 @@
 #include "QzString.h"
 
 class QzFileInfoList;
+struct QzVolumeInfo;
 
 // What went wrong with a single file, from the readability probe.
 enum QzFileError {
@@ -92,6 +93,20 @@ inline bool GetUniqueStrAttrFromXmlSnippet(const QzString& snippet, const char* 
 }
 // Reads one attribute from anywhere in a file.
 bool GetUniqueStrAttrFromXmlFile(const char* fileName, const char* name, QzString* valueRet);
+
+// ---- volumes and their marker folder ----
+// Fills the record for one mount point; true when the volume can be used.
+bool GetInfoAboutAttachedVolume(const QzString& mountPoint, QzVolumeInfo* infoRet);
+// One record per usable fixed drive, in drive-letter order.
+bool QueryAllAttachedVolumesForVolumeInfo(std::vector<QzVolumeInfo>* volumesRet);
+// Writes the hidden ".qzvol" folder (or the data directory's
+// "qzvol_system_volume" for the system volume) with "qzvol_id.xml" and
+// "README.txt". On failure errTokenRet names the cause ("ERR_NullVguid", ...).
+bool WriteVolumeGuidIntoDotQzVolDirOnVolume(const QzString& mountPoint, const QzString& vguid,
+                                             const QzString& associatedHguid, QzString* errTokenRet);
+// The "qzvol_id.xml" text the system volume would have, from the settings.
+bool GetSimulatedRootVolumeContents_qzvol_id_xml(QzString* textRet);
+bool CloneQzVolFolderOfSystemVolumeIntoDataDir_IfNeeded();
 
 // ---- locations (computed once per process) ----
 constexpr const char* kUnknownHostGuid = "999999999999999999999999";

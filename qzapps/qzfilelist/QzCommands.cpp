@@ -33,12 +33,16 @@ struct Command {
     int (*run)(const Args& args);  // returns the exit code
 };
 
-int Unavailable(const Args& args) {
+}  // namespace
+
+int CmdUnavailable(const Args& args) {
     const QzString msg = QzCat("qzfilelist: ", args[1], " is not available in this build");
     QzLog::WriteLine(msg);
     std::fprintf(stderr, "%s\n", msg.c_str());
     return 0;
 }
+
+namespace {
 
 int Version(const Args&) {
     std::printf("VERSION: %s\n", kQzFileListVersion);
@@ -137,10 +141,10 @@ const Command kEarlyCommands[] = {
 
 const Command kCommands[] = {
     {"-is64bit", Operands::None, Is64Bit},
-    {"-merge_exclude_rules", Operands::None, Unavailable},
-    {"-attempt_run_qztransmit64", Operands::None, Unavailable},
-    {"-log_install_event", Operands::Two, Unavailable},
-    {"-create_qzserv_perm_report", Operands::None, Unavailable},
+    {"-merge_exclude_rules", Operands::None, CmdMergeExcludeRules},
+    {"-attempt_run_qztransmit64", Operands::None, CmdUnavailable},
+    {"-log_install_event", Operands::Two, CmdUnavailable},
+    {"-create_qzserv_perm_report", Operands::None, CmdUnavailable},
     {"-diagnose_read_problem", Operands::One, CmdDiagnoseReadProblem},
     {"-open_file_exclusive", Operands::One, CmdOpenFileExclusive},
     {"-fileinfo", Operands::One, CmdFileInfo},
@@ -148,29 +152,29 @@ const Command kCommands[] = {
     {"-dllinfo", Operands::One, CmdDllInfo},
     {"-dirlist", Operands::One, CmdDirList},
     {"-dirlistdetail", Operands::One, CmdDirListDetail},
-    {"-volumeinfo", Operands::One, Unavailable},
-    {"-getvolumeinfofromfilename", Operands::One, Unavailable},
-    {"-clone_qzvol_to_datadir", Operands::None, Unavailable},
-    {"-assignvolumeguid", Operands::Verdict, Unavailable},
-    {"-assignvolumeguid_hex", Operands::Verdict, Unavailable},
+    {"-volumeinfo", Operands::One, CmdVolumeInfo},
+    {"-getvolumeinfofromfilename", Operands::One, CmdGetVolumeInfoFromFileName},
+    {"-clone_qzvol_to_datadir", Operands::None, CmdCloneQzVolToDataDir},
+    {"-assignvolumeguid", Operands::Verdict, CmdAssignVolumeGuid},
+    {"-assignvolumeguid_hex", Operands::Verdict, CmdAssignVolumeGuid},
     {"-copy_rsrc_fork", Operands::TwoOrUnknown, CmdCopyRsrcFork},
-    {"-explainfile", Operands::TwoOrUnknown, Unavailable},
+    {"-explainfile", Operands::TwoOrUnknown, CmdUnavailable},
     {"-grep", Operands::TwoOrUnknown, CmdGrep},
     {"-igrep", Operands::TwoOrUnknown, CmdGrep},
-    {"-update_qzvolumes_xml", Operands::None, Unavailable},
-    {"-update_qzdefcon_xml", Operands::None, Unavailable},
-    {"-pingdrives_thatare_selectedforbackup", Operands::None, Unavailable},
-    {"-queryattachedvolumes", Operands::None, Unavailable},
-    {"-listvolumes", Operands::None, Unavailable},
-    {"-listvolumestofile", Operands::Optional, Unavailable},
+    {"-update_qzvolumes_xml", Operands::None, CmdUpdateQzVolumesXml},
+    {"-update_qzdefcon_xml", Operands::None, CmdUpdateQzDefconXml},
+    {"-pingdrives_thatare_selectedforbackup", Operands::None, CmdPingDrives},
+    {"-queryattachedvolumes", Operands::None, CmdQueryAttachedVolumes},
+    {"-listvolumes", Operands::None, CmdListVolumes},
+    {"-listvolumestofile", Operands::Optional, CmdListVolumesToFile},
     {"-printMemUsage", Operands::None, PrintMemUsage},
     {"-printRam", Operands::None, PrintRam},
     {"-first_install_time_urgent", Operands::None, UrgentFirstInstall},
     {"-urgent_refresh_all", Operands::None, UrgentRefreshAll},
-    {"-listvolumesdetail", Operands::None, Unavailable},
-    {"-retentioninfo", Operands::None, Unavailable},
-    {"-fixpermissions", Operands::None, Unavailable},
-    {"-checkcodesignature", Operands::FileOrFail, Unavailable},
+    {"-listvolumesdetail", Operands::None, CmdListVolumesDetail},
+    {"-retentioninfo", Operands::None, CmdUnavailable},
+    {"-fixpermissions", Operands::None, CmdUnavailable},
+    {"-checkcodesignature", Operands::FileOrFail, CmdUnavailable},
     {"-usetimemachineexcludes", Operands::None, UseTimeMachineExcludes},
     {"-listtimemachineuuids", Operands::None, ListTimeMachineUuids},
     {"-istranslatedprocess", Operands::None, IsTranslatedProcess},

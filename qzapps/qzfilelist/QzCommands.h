@@ -8,6 +8,9 @@
 
 using Args = std::vector<QzString>;
 
+// Says on standard error that the switch is not available in this build; exit 0.
+int CmdUnavailable(const Args& args);
+
 // File diagnostics.
 int CmdDirList(const Args& args);
 int CmdDirListDetail(const Args& args);
@@ -17,3 +20,19 @@ int CmdOpenFileExclusive(const Args& args);
 int CmdDllInfo(const Args& args);
 int CmdCopyRsrcFork(const Args& args);
 int CmdGrep(const Args& args);
+
+// Exclusion rules.
+int CmdMergeExcludeRules(const Args& args);
+
+// Volumes: identity, registry, alert levels.
+int CmdVolumeInfo(const Args& args);
+int CmdGetVolumeInfoFromFileName(const Args& args);
+int CmdCloneQzVolToDataDir(const Args& args);
+int CmdAssignVolumeGuid(const Args& args);
+int CmdUpdateQzVolumesXml(const Args& args);
+int CmdUpdateQzDefconXml(const Args& args);
+int CmdPingDrives(const Args& args);
+int CmdQueryAttachedVolumes(const Args& args);
+int CmdListVolumes(const Args& args);
+int CmdListVolumesToFile(const Args& args);
+int CmdListVolumesDetail(const Args& args);

@@ -26,3 +26,7 @@ void DispatchCommandLine();
 
 // One scan run over every volume selected for backup; never returns.
 [[noreturn]] void RunScanAndExit();
+
+// Wakes every volume selected for backup by writing small files into its
+// marker folder, and logs a drive report before and after.
+void PingDrivesThatAreSelectedForBackup();

@@ -1,0 +1,4 @@
+// Switches about the exclusion rules.
+#include "QzCommands.h"
+
+int CmdMergeExcludeRules(const Args& args) { return CmdUnavailable(args); }
