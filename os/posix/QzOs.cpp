@@ -35,9 +35,14 @@
 #include <mutex>
 #include <string>
 
+#include "QzOsPosix.h"
 #include "QzUtf16String.h"
 
 namespace QzOs {
+
+using posix::MapErrno;
+using posix::MapPath;
+using posix::MapPathErrno;
 
 namespace {
 
@@ -118,6 +123,10 @@ bool IsDriveForm(const char* p) {
     return l >= 'A' && l <= 'Z' && p[1] == ':';
 }
 
+}  // namespace
+
+namespace posix {
+
 // Maps a Windows-form path to a POSIX path. Paths without a drive letter are
 // taken relative to the working directory. Returns an error number.
 uint32_t MapPath(const char* win, std::string* out) {
@@ -183,6 +192,11 @@ uint32_t MapPathErrno(int e, const std::string& path) {
     if (e == ENOENT && !ParentExists(path)) return ErrPathNotFound;
     return MapErrno(e);
 }
+
+
+}  // namespace posix
+
+namespace {
 
 bool Earlier(const struct timespec& a, const struct timespec& b) {
     return a.tv_sec < b.tv_sec || (a.tv_sec == b.tv_sec && a.tv_nsec < b.tv_nsec);
