@@ -67,8 +67,14 @@ bool QzUtf16String::ConvertUtf8QzStringToUtf16(const char* utf8, int32_t len, bo
     if (buf_) buf_[0] = 0;
     if (!utf8 || len < 0) return false;
     const bool prefix = asPath && len > 250 && std::strncmp(utf8, "\\\\?\\", 4) != 0;
+    // A long network path "\\server\share\..." takes the form "\\?\UNC\server\share\...".
+    const bool unc = prefix && len > 2 && utf8[0] == '\\' && utf8[1] == '\\';
+    if (unc) {
+        utf8 += 2;
+        len -= 2;
+    }
     // Every UTF-8 byte yields at most one UTF-16 unit.
-    const int64_t worst = static_cast<int64_t>(len) + (prefix ? 4 : 0) + 1;
+    const int64_t worst = static_cast<int64_t>(len) + (prefix ? 8 : 0) + 1;
     if (worst > INT32_MAX / 2) return false;
     if (!Reserve(initialUnits > worst ? initialUnits : static_cast<int32_t>(worst))) return false;
     int32_t o = 0;
@@ -77,6 +83,12 @@ bool QzUtf16String::ConvertUtf8QzStringToUtf16(const char* utf8, int32_t len, bo
         buf_[o++] = u'\\';
         buf_[o++] = u'?';
         buf_[o++] = u'\\';
+        if (unc) {
+            buf_[o++] = u'U';
+            buf_[o++] = u'N';
+            buf_[o++] = u'C';
+            buf_[o++] = u'\\';
+        }
     }
     const auto* s = reinterpret_cast<const unsigned char*>(utf8);
     for (int32_t i = 0; i < len;) {

@@ -142,6 +142,9 @@ TEST(QzUtf16String, ConvertsBothWaysAndPrefixesLongPaths) {
     ASSERT_TRUE(w.ConvertUtf8QzStringToUtf16(p251));
     EXPECT_EQ(w.Length(), 255);
     EXPECT_EQ(std::u16string(w.Data(), 5), u"\\\\?\\C");
+    // A long network path gets the UNC form of the prefix.
+    ASSERT_TRUE(w.ConvertUtf8QzStringToUtf16(QzCat("\\\\server\\share\\", p250)));
+    EXPECT_EQ(std::u16string(w.Data(), 22), u"\\\\?\\UNC\\server\\share\\C");
     // Already prefixed: not prefixed again.
     ASSERT_TRUE(w.ConvertUtf8QzStringToUtf16(QzCat("\\\\?\\", p251)));
     EXPECT_EQ(w.Length(), 255);

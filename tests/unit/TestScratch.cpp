@@ -20,6 +20,12 @@ namespace QzTest {
 namespace {
 std::string g_hostRoot;  // POSIX: the mkdtemp directory holding c/ and t/
 
+// UTF-8 bytes as a path; mingw would read a plain std::string in the ANSI code page.
+std::filesystem::path U8Path(const std::string& s) {
+    return std::filesystem::path(std::u8string_view(reinterpret_cast<const char8_t*>(s.data()), s.size()));
+}
+  // POSIX: the mkdtemp directory holding c/ and t/
+
 struct ScratchEnvironment : ::testing::Environment {
     void SetUp() override {
 #ifndef _WIN32
@@ -38,7 +44,7 @@ struct ScratchEnvironment : ::testing::Environment {
 #ifndef _WIN32
         std::filesystem::remove_all(g_hostRoot, ec);
 #else
-        std::filesystem::remove_all(HostPath(ScratchDir()), ec);
+        std::filesystem::remove_all(U8Path(HostPath(ScratchDir())), ec);
 #endif
     }
 };
@@ -50,7 +56,9 @@ const QzString& ScratchDir() {
     static const QzString dir = [] {
 #ifdef _WIN32
         const char* temp = std::getenv("TEMP");
-        QzString d = QzCat(temp ? temp : "C:\\Windows\\Temp", "\\qzunit-", QzOs::GetCurrentProcessId(), "\\");
+        // Wine reuses process ids between runs: the time keeps the name fresh.
+        QzString d = QzCat(temp ? temp : "C:\\Windows\\Temp", "\\qzunit-", QzOs::GetCurrentProcessId(), "-",
+                           static_cast<long long>(QzOs::GetSystemTimeAsFileTime() / 10000), "\\");
         QzFile::CreateDirectoryRecursive(d.c_str());
         return d;
 #else
@@ -83,7 +91,7 @@ std::string HostPath(const QzString& winPath) {
 }
 
 bool WriteFile(const QzString& winPath, const std::string& content) {
-    const std::filesystem::path p(HostPath(winPath));
+    const std::filesystem::path p = U8Path(HostPath(winPath));
     std::error_code ec;
     std::filesystem::create_directories(p.parent_path(), ec);
     std::ofstream f(p, std::ios::binary | std::ios::trunc);
@@ -92,7 +100,7 @@ bool WriteFile(const QzString& winPath, const std::string& content) {
 }
 
 std::string ReadFile(const QzString& winPath) {
-    std::ifstream f(std::filesystem::path(HostPath(winPath)), std::ios::binary);
+    std::ifstream f(U8Path(HostPath(winPath)), std::ios::binary);
     std::stringstream ss;
     ss << f.rdbuf();
     return ss.str();

@@ -1,0 +1,155 @@
+#!/usr/bin/env python3
+"""Checks that a Windows .exe is ready to ship as one file.
+
+    check_pe_deps.py program.exe [--version 9.1.0.833] [--objdump TOOL]
+
+Checks, each reported on a line of its own:
+  - every imported DLL comes with Windows (no libstdc++-6.dll, libgcc_s_*.dll,
+    libwinpthread-1.dll or any other runtime that would have to be shipped);
+  - a version resource exists and carries the version both as numbers and as
+    the FileVersion/ProductVersion text;
+  - the application manifest is embedded as resource type 24, id 1, and asks
+    for asInvoker, long paths and the UTF-8 code page.
+Exits 0 when all pass, 1 when any fails, 2 when the tool cannot run.
+"""
+
+import argparse
+import re
+import struct
+import subprocess
+import sys
+
+# DLLs every supported Windows has; compared case-insensitively.
+SYSTEM_DLLS = {
+    "advapi32.dll", "bcrypt.dll", "comctl32.dll", "comdlg32.dll", "crypt32.dll", "dbghelp.dll",
+    "gdi32.dll", "iphlpapi.dll", "kernel32.dll", "kernelbase.dll", "msvcrt.dll", "netapi32.dll",
+    "ntdll.dll", "ole32.dll", "oleaut32.dll", "psapi.dll", "rpcrt4.dll", "secur32.dll",
+    "shell32.dll", "shlwapi.dll", "ucrtbase.dll", "user32.dll", "userenv.dll", "version.dll",
+    "winmm.dll", "ws2_32.dll", "wsock32.dll",
+}
+SYSTEM_DLL_PATTERNS = [re.compile(r"api-ms-win-(crt|core)-[a-z0-9-]+\.dll")]
+
+RT_VERSION = 0x10
+RT_MANIFEST = 0x18
+
+
+def run_objdump(objdump, args, exe):
+    """objdump's output; None when it refuses (as for a missing section)."""
+    try:
+        done = subprocess.run([objdump, *args, exe], capture_output=True, text=True, errors="replace")
+    except OSError as e:
+        print(f"ERROR: cannot run {objdump}: {e}", file=sys.stderr)
+        sys.exit(2)
+    return done.stdout if done.returncode == 0 else None
+
+
+def is_system_dll(name):
+    low = name.lower()
+    return low in SYSTEM_DLLS or any(p.fullmatch(low) for p in SYSTEM_DLL_PATTERNS)
+
+
+def resource_ids(private_headers):
+    """(type, id) pairs from objdump's listing of the resource directory.
+
+    The listing indents each level of the tree further: types, then names or
+    ids, then languages.
+    """
+    entries = []
+    in_tree = False
+    for line in private_headers.splitlines():
+        if line.startswith("The .rsrc Resource Directory section"):
+            in_tree = True
+            continue
+        if in_tree and line.strip().startswith("Resources start"):
+            break
+        m = re.match(r"^[0-9a-f]+(\s+)Entry: ID: (0x[0-9a-f]+)", line) if in_tree else None
+        if m:
+            entries.append((len(m.group(1)), int(m.group(2), 16)))
+    levels = sorted({indent for indent, _ in entries})
+    pairs = set()
+    current_type = None
+    for indent, value in entries:
+        if indent == levels[0]:
+            current_type = value
+        elif len(levels) > 1 and indent == levels[1] and current_type is not None:
+            pairs.add((current_type, value))
+    return pairs
+
+
+def section_bytes(dump):
+    """The bytes of objdump -s output: address, up to four hex words, text."""
+    data = bytearray()
+    for line in dump.splitlines():
+        m = re.match(r"^ ([0-9a-f]+) (.{35})", line)
+        if not m:
+            continue
+        for word in m.group(2).split():
+            if not re.fullmatch(r"[0-9a-f]{2,8}", word):
+                break
+            data += bytes.fromhex(word)
+    return bytes(data)
+
+
+def main():
+    ap = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    ap.add_argument("exe")
+    ap.add_argument("--version", default="9.1.0.833")
+    ap.add_argument("--objdump", default="x86_64-w64-mingw32-objdump")
+    opts = ap.parse_args()
+
+    failures = 0
+
+    def check(ok, text):
+        nonlocal failures
+        print(("PASS: " if ok else "FAIL: ") + text)
+        failures += 0 if ok else 1
+
+    headers = run_objdump(opts.objdump, ["-p"], opts.exe)
+    if headers is None:
+        print(f"ERROR: {opts.exe} is not a PE file objdump can read", file=sys.stderr)
+        return 2
+    dlls = re.findall(r"^\s*DLL Name: (\S+)", headers, flags=re.M)
+    check(bool(dlls), f"import table lists {len(dlls)} DLLs: {', '.join(dlls) or 'none'}")
+    for dll in dlls:
+        check(is_system_dll(dll), f"{dll} is a Windows system DLL")
+
+    ids = resource_ids(headers)
+    check(any(t == RT_VERSION for t, _ in ids), "a version resource (type 16) is present")
+    check((RT_MANIFEST, 1) in ids, "the manifest is embedded as resource type 24, id 1")
+
+    rsrc = section_bytes(run_objdump(opts.objdump, ["-s", "-j", ".rsrc"], opts.exe) or "")
+    check(len(rsrc) > 0, f".rsrc section read ({len(rsrc)} bytes)")
+
+    parts = [int(p) for p in opts.version.split(".")]
+    fixed_ok = False
+    sig = struct.pack("<I", 0xFEEF04BD)
+    pos = rsrc.find(sig)
+    if pos >= 0 and pos + 24 <= len(rsrc) and len(parts) == 4:
+        file_ms, file_ls, prod_ms, prod_ls = struct.unpack_from("<IIII", rsrc, pos + 8)
+        want_ms = (parts[0] << 16) | parts[1]
+        want_ls = (parts[2] << 16) | parts[3]
+        fixed_ok = (file_ms, file_ls, prod_ms, prod_ls) == (want_ms, want_ls, want_ms, want_ls)
+    check(fixed_ok, f"VS_FIXEDFILEINFO file and product version are {opts.version}")
+
+    text16 = opts.version.encode("utf-16-le")
+    check(rsrc.count(text16) >= 2, f'FileVersion and ProductVersion text "{opts.version}" present (UTF-16)')
+    for value in ("qzfilelist.exe", "Korvatine"):
+        check(value.encode("utf-16-le") in rsrc, f'version strings contain "{value}"')
+
+    manifest_start = rsrc.find(b"<assembly")
+    manifest_end = rsrc.find(b"</assembly>", manifest_start)
+    manifest = rsrc[manifest_start:manifest_end].decode("utf-8", "replace") if manifest_start >= 0 else ""
+    check(bool(manifest), "manifest XML found in the resources")
+    check(re.search(r'requestedExecutionLevel\s+level="asInvoker"', manifest) is not None,
+          "manifest requests asInvoker")
+    check(re.search(r"<longPathAware[^>]*>\s*true\s*</longPathAware>", manifest) is not None,
+          "manifest declares longPathAware true")
+    check(re.search(r"<activeCodePage[^>]*>\s*UTF-8\s*</activeCodePage>", manifest) is not None,
+          "manifest sets activeCodePage UTF-8")
+
+    print(f"{'OK' if failures == 0 else 'FAILED'}: {failures} check(s) failed")
+    return 0 if failures == 0 else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
