@@ -240,6 +240,14 @@ const char* BaseName(const std::string& p) {
     return s == std::string::npos ? p.c_str() : p.c_str() + s + 1;
 }
 
+// Maps a Windows-form path and stats it without following a final link.
+uint32_t LstatPath(const char* winPath, std::string* path, struct stat* st) {
+    const uint32_t err = MapPath(winPath, path);
+    if (err) return err;
+    if (::lstat(path->c_str(), st) != 0) return MapPathErrno(errno, *path);
+    return ErrSuccess;
+}
+
 }  // namespace
 
 // ---- directory enumeration -------------------------------------------------
@@ -353,10 +361,9 @@ void FindClose(FindHandle* handle) {
 
 uint32_t GetFileAttributesEx(const char* winPath, FileAttrData* dataRet) {
     std::string path;
-    const uint32_t err = MapPath(winPath, &path);
-    if (err) return err;
     struct stat st;
-    if (::lstat(path.c_str(), &st) != 0) return MapPathErrno(errno, path);
+    const uint32_t err = LstatPath(winPath, &path, &st);
+    if (err) return err;
     struct stat target;
     const bool haveTarget = S_ISLNK(st.st_mode) && ::stat(path.c_str(), &target) == 0;
     dataRet->attributes = AttributesOf(BaseName(path), st, haveTarget ? &target : nullptr);
@@ -369,11 +376,8 @@ uint32_t GetFileAttributesEx(const char* winPath, FileAttrData* dataRet) {
 
 uint32_t SetFileHidden(const char* winPath, bool /*hidden*/) {
     std::string path;
-    const uint32_t err = MapPath(winPath, &path);
-    if (err) return err;
     struct stat st;
-    if (::lstat(path.c_str(), &st) != 0) return MapPathErrno(errno, path);
-    return ErrSuccess;
+    return LstatPath(winPath, &path, &st);
 }
 
 // ---- files -----------------------------------------------------------------
@@ -851,10 +855,9 @@ bool AccountMayReadFile(const char* winPath, const char* accountName, QzString* 
 uint32_t GetFileLinkCount(const char* winPath, uint32_t* countRet) {
     *countRet = 1;
     std::string path;
-    const uint32_t err = MapPath(winPath, &path);
-    if (err) return err;
     struct stat st;
-    if (::lstat(path.c_str(), &st) != 0) return MapPathErrno(errno, path);
+    const uint32_t err = LstatPath(winPath, &path, &st);
+    if (err) return err;
     *countRet = static_cast<uint32_t>(st.st_nlink);
     return ErrSuccess;
 }
