@@ -146,7 +146,7 @@ void SplitIntoLines(const char* text, int64_t len, std::vector<QzString>* linesR
         const void* nl = std::memchr(text + start, '\n', static_cast<size_t>(len - start));
         const int64_t end = nl ? static_cast<const char*>(nl) - text : len;
         int64_t stop = end;
-        if (stop > start && text[stop - 1] == '\r') --stop;
+        if (nl && stop > start && text[stop - 1] == '\r') --stop;  // only a "\r" before a "\n"
         linesRet->emplace_back(text + start, static_cast<int32_t>(stop - start));
         start = end + 1;
     }

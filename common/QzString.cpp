@@ -129,8 +129,9 @@ int32_t QzString::CapacityForRequest(int32_t n, int32_t cap, bool generous) {
 }
 
 bool QzString::Reserve(int32_t n, bool generous) {
+    if (n < 0) return false;
     if (n < cap_) return true;
-    if (n < 0 || static_cast<int64_t>(n) + 6 > kMaxCapacity) return false;
+    if (static_cast<int64_t>(n) + 6 > kMaxCapacity) return false;
     const int32_t newCap = CapacityForRequest(n, cap_, generous);
     char* p = static_cast<char*>(std::realloc(buf_, static_cast<size_t>(newCap)));
     if (!p) {
@@ -144,7 +145,7 @@ bool QzString::Reserve(int32_t n, bool generous) {
 }
 
 void QzString::SetLength(int32_t len) {
-    if (!buf_) return;
+    if (!buf_ || len < 0 || len >= cap_) return;
     len_ = len;
     buf_[len_] = '\0';
 }

@@ -37,7 +37,9 @@ public:
     void Clear() { SetLength(0); }
     void Free();
     void SetLength(int32_t len);  // len must be within the current length or capacity
-    void Truncate(int32_t len) { if (len < len_) SetLength(len); }
+    void Truncate(int32_t len) {
+        if (len >= 0 && len < len_) SetLength(len);
+    }
 
     bool Set(const char* text);
     bool Set(const char* text, int32_t len);

@@ -118,6 +118,9 @@ TEST(QzString, CopyMoveAndTruncate) {
     EXPECT_STREQ(c.c_str(), "hello");
     c.Truncate(50);
     EXPECT_STREQ(c.c_str(), "hello");
+    c.Truncate(-1);  // nonsense lengths change nothing
+    EXPECT_STREQ(c.c_str(), "hello");
+    EXPECT_FALSE(c.Reserve(-5));
     c.Set(c.c_str(), 2);
     EXPECT_STREQ(c.c_str(), "he");
     EXPECT_TRUE(QzCat("a", 1, "b", -2LL, QzString("c")).Equals("a1b-2c"));

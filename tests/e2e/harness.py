@@ -1,0 +1,430 @@
+"""Machines for the end-to-end tests: a fresh set of drives per test, the real
+program run on them, and readers for what it leaves behind.
+
+Natively the drives are directories named through QZ_DRIVES. Under Wine one
+prefix serves the whole run: its C: drive is reset before each test and extra
+drives are links in dosdevices/ to per-test directories.
+
+A test is a function test_*(m) in a test_*.py module; m is a fresh Machine:
+    m.platform                 "native" or "wine"
+    m.c("a\\b")                host path of C:\\a\\b (m.host_path("D:\\x") for any drive)
+    m.map_drive("D", kind)     maps D: to a new empty directory (kind: fixed, removable,
+                               remote, cdrom, ramdisk) and returns it
+    m.write_install_xml(datadir=..., hguid=...)   <install dir>qzinstall.xml
+    m.make_datadir(), m.datadir(), m.write_qzinfo(), m.disable_buffering()
+    m.run(*args, env={...})    -> Result(rc, stdout, stderr), newlines normalised
+    m.start(*args) / m.wait(p) the same, for runs that overlap
+    m.log_lines()              parsed lines of the GMT day files around today
+    m.log_messages(), m.raw_log_lines(), m.day_file(day), m.log_dir()
+    m.snapshot()               every path on the test's own drives
+Checks raise AssertionError through check(), check_eq(), check_match();
+raise Skip("why") when the test cannot judge.
+"""
+
+import datetime
+import os
+import re
+import shutil
+import subprocess
+import tempfile
+import time
+from collections import namedtuple
+
+VERSION = "9.1.0.833"
+INSTALL_DIR = "C:\\Program Files\\Korvatine\\"
+DEFAULT_DATADIR = "C:\\ProgramData\\Korvatine\\qzdata\\"
+UNKNOWN_HGUID = "9" * 24
+HGUID_FALLBACK_LINE = ("ERROR: QzFile_Internal_Only_GetMyHostGuid - failed to get correct hguid "
+                       "from qzinstall.xml, falling back to 999999999999999999999999")
+NO_QZINFO_LINE = "ERROR: qzfilelist could not find a qzinfo.xml file"
+
+Result = namedtuple("Result", "rc stdout stderr")
+LogLine = namedtuple("LogLine", "time pid message raw")
+
+# "YYYY-MM-DD HH:MM:SS" + " %10d" + " - " + message
+LOG_LINE_RE = re.compile(r"^(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d) ([ \d]{9}\d) - (.*)$", re.S)
+
+DRIVE_KINDS = ("fixed", "removable", "remote", "cdrom", "ramdisk")
+# Wine's names for the drive types, kept in HKLM\Software\Wine\Drives.
+WINE_DRIVE_TYPES = {"removable": "floppy", "remote": "network", "cdrom": "cdrom", "ramdisk": "ramdisk"}
+
+
+class Skip(Exception):
+    """Raised by a test that cannot judge the program here (wrong platform, clock crossed midnight)."""
+
+
+def check(cond, message):
+    if not cond:
+        raise AssertionError(message)
+
+
+def check_eq(actual, expected, what="value"):
+    if actual != expected:
+        raise AssertionError(f"{what}: expected {expected!r}, got {actual!r}")
+
+
+def check_match(pattern, text, what="text"):
+    m = re.match(pattern, text, re.S)
+    if not m:
+        raise AssertionError(f"{what}: {text!r} does not match {pattern!r}")
+    return m
+
+
+def gmt_now():
+    return datetime.datetime.now(datetime.timezone.utc)
+
+
+def parse_log_line(raw):
+    m = LOG_LINE_RE.match(raw)
+    if not m:
+        raise AssertionError(f"malformed log line: {raw!r}")
+    return LogLine(m.group(1), int(m.group(2)), m.group(3), raw)
+
+
+def startup_line_re(args, hguid=UNKNOWN_HGUID, buffering=True):
+    """The start-up line for a run with these arguments, as a regex."""
+    called = "".join(f"arg{i}={re.escape(a)} " for i, a in enumerate(args, 1))
+    flag = "buffering_is_on" if buffering else "BUFFERING_IS_TURNED_OFF"
+    return (rf"qzfilelist processId=(\d+) version={re.escape(VERSION)}, myhguid={re.escape(hguid)}, "
+            rf"myProc64=TRUE, numMBytesStartVirtualMemSize=(\d+), numMBytesStartResidentMemSize=(\d+), "
+            rf"numMBytesStartHardwareRamMemSize=(\d+), {flag}, called with args: {called}$")
+
+
+def _decode(data):
+    return data.decode("utf-8", errors="surrogateescape")
+
+
+class WinePrefix:
+    """One Wine prefix for the whole run, with a server kept alive between tests.
+
+    The server is started by us with its output detached: one started by the
+    program would inherit our pipes and keep them open after the program ends.
+    Wine reads the drive list and drive types when its server starts, so the
+    server is restarted whenever a test changes either.
+    """
+
+    def __init__(self, tmp_root):
+        self.loader = "/usr/lib/wine/wine64"
+        if not os.path.exists(self.loader):
+            self.loader = shutil.which("wine64") or shutil.which("wine")
+        self.server = "/usr/lib/wine/wineserver64"
+        if not os.path.exists(self.server):
+            self.server = shutil.which("wineserver")
+        if not self.loader or not self.server:
+            raise RuntimeError("wine64 and wineserver are needed for --platform wine")
+        self.prefix = os.path.join(tmp_root, "wineprefix")
+        os.makedirs(self.prefix)
+        self.drive_c = os.path.join(self.prefix, "drive_c")
+        self.dosdevices = os.path.join(self.prefix, "dosdevices")
+        self.types = {}  # drive letter -> Wine type we wrote to the registry
+        self.server_config = None  # drive links and types the running server started with
+        started = time.monotonic()
+        subprocess.run([self.loader, "wineboot", "-i"], env=self.env(), stdin=subprocess.DEVNULL,
+                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=600, check=False)
+        # wineboot returns before the registry is written out.
+        self._server("-w")
+        self.creation_seconds = time.monotonic() - started
+        if not os.path.isdir(os.path.join(self.drive_c, "windows")):
+            raise RuntimeError(f"wineboot did not create a usable prefix in {self.prefix}")
+        # Only the drives a test maps are visible; Z: (the whole host) is not one of them.
+        self._remove_links(keep=("c:",))
+
+    def env(self, extra=None):
+        env = dict(os.environ)
+        for k in ("DISPLAY", "WAYLAND_DISPLAY", "LC_ALL", "LC_CTYPE", "QZ_DRIVES"):
+            env.pop(k, None)
+        env.update({"WINEPREFIX": self.prefix, "WINEDEBUG": "-all", "WINEDLLOVERRIDES": "mscoree,mshtml=",
+                    # Wine turns the Unix arguments into the Windows command line with the
+                    # locale's character set; without UTF-8 non-ASCII arguments arrive garbled.
+                    "LANG": "C.UTF-8"})
+        if extra:
+            env.update(extra)
+        return env
+
+    def _server(self, *args):
+        subprocess.run([self.server, *args], env=self.env(), stdin=subprocess.DEVNULL,
+                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=120, check=False)
+
+    def _links(self):
+        return sorted(n for n in os.listdir(self.dosdevices) if re.fullmatch(r"[a-z]:", n))
+
+    def _remove_links(self, keep):
+        for name in self._links():
+            if name not in keep:
+                os.unlink(os.path.join(self.dosdevices, name))
+
+    def reset(self):
+        """Puts C: back to a fresh install state and unmaps every other drive."""
+        for sub in ("ProgramData", "Program Files"):
+            d = os.path.join(self.drive_c, sub, "Korvatine")
+            shutil.rmtree(d, ignore_errors=True)
+            os.makedirs(d)
+        self._remove_links(keep=("c:",))
+
+    def map_drive(self, letter, host_dir):
+        link = os.path.join(self.dosdevices, letter.lower() + ":")
+        if os.path.lexists(link):
+            os.unlink(link)
+        os.symlink(host_dir, link)
+
+    def set_drive_types(self, wanted):
+        """wanted: letter -> Wine type for the non-fixed drives; others go back to Wine's default."""
+        for letter in sorted(set(self.types) | set(wanted)):
+            if self.types.get(letter) == wanted.get(letter):
+                continue
+            self._ensure_server_running()
+            key = "HKLM\\Software\\Wine\\Drives"
+            if letter in wanted:
+                cmd = ["reg", "add", key, "/v", letter.lower() + ":", "/d", wanted[letter], "/f"]
+            else:
+                cmd = ["reg", "delete", key, "/v", letter.lower() + ":", "/f"]
+            subprocess.run([self.loader, *cmd], env=self.env(), cwd=self.drive_c, stdin=subprocess.DEVNULL,
+                           stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=120, check=False)
+            if letter in wanted:
+                self.types[letter] = wanted[letter]
+            else:
+                self.types.pop(letter, None)
+
+    def _ensure_server_running(self):
+        if self.server_config is None:
+            self._start_server()
+            self.server_config = (tuple(self._links()), tuple(sorted(self.types.items())))
+
+    def prepare_run(self):
+        """Starts (or restarts) the server so it sees the current drives."""
+        config = (tuple(self._links()), tuple(sorted(self.types.items())))
+        if self.server_config is not None and self.server_config != config:
+            self._server("-k")
+            self._server("-w")
+            self.server_config = None
+        if self.server_config is None:
+            self._start_server()
+            self.server_config = config
+
+    def _start_server(self):
+        self._server("-p")
+        # The first program of a server session starts Wine's own background
+        # processes; start them here, detached from any output we read.
+        subprocess.run([self.loader, "cmd", "/c", "exit"], env=self.env(), cwd=self.drive_c,
+                       stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                       timeout=120, check=False)
+
+    def close(self):
+        self._server("-k")
+        self._server("-w")
+
+
+class Machine:
+    """A fresh machine for one test: drives, install and data folders, the program.
+
+    Paths handed to the program are Windows form; the helpers turn them into
+    host paths. Nothing exists at first but empty "C:\\ProgramData\\Korvatine"
+    and "C:\\Program Files\\Korvatine" folders: no qzinstall.xml, no data dir.
+    """
+
+    def __init__(self, platform, exe, workdir, wine=None):
+        self.platform = platform
+        self.exe = exe
+        self.root = workdir
+        self.wine = wine
+        self.history = []  # (args, Result) of every run, for failure reports
+        self.drives = {}  # letter -> (host dir, kind)
+        self.datadir_win = DEFAULT_DATADIR
+        os.makedirs(workdir, exist_ok=True)
+        if platform == "wine":
+            wine.reset()
+            wine.set_drive_types({})
+            self.drives["C"] = (wine.drive_c, "fixed")
+        else:
+            c = os.path.join(workdir, "c")
+            self.drives["C"] = (c, "fixed")
+            for sub in ("ProgramData", "Program Files"):
+                os.makedirs(os.path.join(c, sub, "Korvatine"))
+
+    # ---- paths ----
+    def host_path(self, win_path):
+        """Host path of a Windows path "X:\\a\\b" on one of this machine's drives."""
+        m = re.match(r"^([A-Za-z]):[\\/]?(.*)$", win_path, re.S)
+        if not m:
+            raise ValueError(f"not a drive path: {win_path!r}")
+        letter = m.group(1).upper()
+        if letter not in self.drives:
+            raise ValueError(f"drive {letter}: is not mapped")
+        parts = [p for p in re.split(r"[\\/]", m.group(2)) if p]
+        return os.path.join(self.drives[letter][0], *parts)
+
+    def c(self, path=""):
+        return self.host_path("C:\\" + path)
+
+    def map_drive(self, letter, kind="fixed"):
+        """Maps a drive letter to a new empty directory; returns that directory."""
+        letter = letter.upper()
+        if kind not in DRIVE_KINDS:
+            raise ValueError(f"unknown drive kind {kind!r}")
+        if letter == "C" or letter in self.drives:
+            raise ValueError(f"drive {letter}: is already mapped")
+        d = os.path.join(self.root, "drive_" + letter.lower())
+        os.makedirs(d)
+        self.drives[letter] = (d, kind)
+        if self.platform == "wine":
+            self.wine.map_drive(letter, d)
+            self.wine.set_drive_types({l: WINE_DRIVE_TYPES[k] for l, (_, k) in self.drives.items()
+                                       if k != "fixed"})
+        return d
+
+    def qz_drives(self):
+        return ";".join(f"{l}={d}" + ("" if k == "fixed" else f"|{k}")
+                        for l, (d, k) in sorted(self.drives.items()))
+
+    # ---- install and data ----
+    def write_install_xml(self, datadir=None, hguid=None, raw=None):
+        """Writes <install dir>qzinstall.xml with the given attributes (or raw text)."""
+        if raw is None:
+            attrs = ""
+            if datadir is not None:
+                attrs += f' datadir="{datadir}"'
+            if hguid is not None:
+                attrs += f' hguid="{hguid}"'
+            raw = f'<?xml version="1.0" encoding="UTF-8"?>\n<qzinstall{attrs} />\n'
+        path = self.host_path(INSTALL_DIR + "qzinstall.xml")
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        with open(path, "w", encoding="utf-8", newline="") as f:
+            f.write(raw)
+        if datadir:
+            # As the program does: one trailing separator is dropped, then one added.
+            self.datadir_win = (datadir[:-1] if datadir[-1] in "\\/" else datadir) + "\\"
+        else:
+            self.datadir_win = DEFAULT_DATADIR
+        return path
+
+    def datadir(self):
+        return self.host_path(self.datadir_win)
+
+    def make_datadir(self):
+        d = self.datadir()
+        os.makedirs(d, exist_ok=True)
+        return d
+
+    def write_qzinfo(self, text=None):
+        if text is None:
+            text = ('<?xml version="1.0" encoding="UTF-8"?>\n<qzinfo>\n'
+                    '<qzvolume qzVolumeGuid="v0010000000000000000000000000001" mountPointPath="C:\\" />\n'
+                    '</qzinfo>\n')
+        path = os.path.join(self.make_datadir(), "qzinfo.xml")
+        with open(path, "w", encoding="utf-8", newline="") as f:
+            f.write(text)
+        return path
+
+    def disable_buffering(self):
+        d = os.path.join(self.make_datadir(), "qzfilelists")
+        os.makedirs(d, exist_ok=True)
+        path = os.path.join(d, "qzfilelistdisablebuffering.txt")
+        open(path, "w").close()
+        return path
+
+    # ---- running ----
+    def _command(self, args, extra_env):
+        if self.platform == "wine":
+            self.wine.prepare_run()
+            return [self.wine.loader, self.exe, *args], self.wine.env(extra_env), self.wine.drive_c
+        env = dict(os.environ)
+        env["QZ_DRIVES"] = self.qz_drives()
+        if extra_env:
+            env.update(extra_env)
+        return [self.exe, *args], env, self.root
+
+    def _result(self, rc, out, err):
+        out, err = _decode(out), _decode(err)
+        if self.platform == "wine":
+            # The Windows C runtime writes text-mode "\n" as "\r\n".
+            out, err = out.replace("\r\n", "\n"), err.replace("\r\n", "\n")
+        return Result(rc, out, err)
+
+    def start(self, *args, env=None):
+        """Starts the program without waiting; finish it with wait()."""
+        cmd, full_env, cwd = self._command(args, env)
+        # Output goes to files, not pipes: a process the program (or Wine) starts
+        # may inherit the handles and outlive it, and a pipe would then never end.
+        out, err = tempfile.TemporaryFile(), tempfile.TemporaryFile()
+        p = subprocess.Popen(cmd, env=full_env, cwd=cwd, stdin=subprocess.DEVNULL, stdout=out, stderr=err)
+        p.qz_args, p.qz_out, p.qz_err = args, out, err
+        return p
+
+    def wait(self, p, timeout=120):
+        try:
+            p.wait(timeout=timeout)
+        except subprocess.TimeoutExpired:
+            p.kill()
+            p.wait()
+            raise
+        outputs = []
+        for f in (p.qz_out, p.qz_err):
+            f.seek(0)
+            outputs.append(f.read())
+            f.close()
+        r = self._result(p.returncode, *outputs)
+        self.history.append((p.qz_args, r))
+        return r
+
+    def run(self, *args, env=None, timeout=120):
+        return self.wait(self.start(*args, env=env), timeout=timeout)
+
+    # ---- log ----
+    def log_dir(self):
+        return os.path.join(self.datadir(), "qzlogs", "qzfilelist")
+
+    def day_file(self, day, ext=".log"):
+        return os.path.join(self.log_dir(), f"qzfilelist{day:02d}{ext}")
+
+    def raw_log_lines(self):
+        """Lines of the day files of yesterday, today and tomorrow (GMT), in that order."""
+        today = gmt_now().date()
+        days = []
+        for delta in (-1, 0, 1):
+            d = (today + datetime.timedelta(days=delta)).day
+            if d not in days:
+                days.append(d)
+        lines = []
+        for d in days:
+            path = self.day_file(d)
+            if os.path.exists(path):
+                with open(path, "rb") as f:
+                    data = f.read()
+                text = data.decode("utf-8")
+                check(text.endswith("\n") or not text, f"{path} does not end with a newline")
+                lines.extend(text.split("\n")[:-1])
+        return lines
+
+    def log_lines(self):
+        return [parse_log_line(raw) for raw in self.raw_log_lines()]
+
+    def log_messages(self):
+        return [line.message for line in self.log_lines()]
+
+    # ---- files ----
+    def snapshot(self):
+        """Every file and folder on this machine's drives that the test owns, as host paths."""
+        if self.platform == "wine":
+            roots = [self.c("ProgramData\\Korvatine"), self.c("Program Files\\Korvatine")]
+            roots += [d for l, (d, _) in self.drives.items() if l != "C"]
+        else:
+            roots = [self.root]
+        found = set()
+        for r in roots:
+            for dirpath, dirnames, filenames in os.walk(r):
+                found.update(os.path.join(dirpath, n) for n in dirnames + filenames)
+        return found
+
+    def describe(self):
+        """The last runs, for a failure report."""
+        out = []
+        for args, r in self.history[-3:]:
+            out.append(f"  run {list(args)!r}: rc={r.rc} stdout={r.stdout[:600]!r} stderr={r.stderr[:600]!r}")
+        try:
+            lines = self.raw_log_lines()
+        except Exception as e:  # the log may be what is broken
+            lines = [f"(log unreadable: {e})"]
+        if lines:
+            out.append("  log tail:")
+            out.extend("    " + l for l in lines[-8:])
+        return "\n".join(out)

@@ -1,0 +1,98 @@
+"""The diagnostic switches that report on the machine: bitness, memory,
+operating system, clock and locale."""
+
+import datetime
+import re
+
+from harness import check, check_eq, check_match, gmt_now
+
+UNITS = {"bytes": 1, "byte": 1, "KB": 1 << 10, "MB": 1 << 20, "GB": 1 << 30, "TB": 1 << 40, "PB": 1 << 50}
+
+
+def check_human_size(text, exact, what):
+    """"23.5 GB" must be the exact byte count rounded to a tenth of its unit."""
+    m = check_match(r"^(\d+(?:\.\d)?) (bytes|byte|KB|MB|GB|TB|PB)$", text, what)
+    value, unit = float(m.group(1)), UNITS[m.group(2)]
+    check(abs(value * unit - exact) <= 0.05 * unit + 1, f"{what}: {text!r} is not {exact} bytes")
+    if unit > 1:
+        check(value < 1024, f"{what}: {text!r} should use a larger unit")
+
+
+def test_is64bit(m):
+    r = m.run("-is64bit")
+    check_eq((r.rc, r.stdout), (0, "I am a 64 bit process.\n"), "-is64bit")
+
+
+def test_print_ram(m):
+    r = m.run("-printRam")
+    check_eq(r.rc, 0, "exit code")
+    mm = check_match(r"^Hardware RAM in Bytes: (\S+ \S+) \((\d+)\)\n$", r.stdout, "-printRam")
+    ram = int(mm.group(2))
+    check(ram > 100 * 1024 * 1024, f"implausible RAM size {ram}")
+    check_human_size(mm.group(1), ram, "RAM")
+
+
+def test_print_mem_usage(m):
+    r = m.run("-printMemUsage")
+    check_eq(r.rc, 0, "exit code")
+    mm = check_match(r"^ResidentMem: (\S+ \S+) \((\d+)\)\nVirtualMem: (\S+ \S+) \((\d+)\)\n$", r.stdout,
+                     "-printMemUsage")
+    resident, virtual = int(mm.group(2)), int(mm.group(4))
+    check(100 * 1024 < resident < 4 << 30, f"implausible resident size {resident}")
+    check(0 < virtual < 1 << 50, f"implausible virtual size {virtual}")
+    check_human_size(mm.group(1), resident, "ResidentMem")
+    check_human_size(mm.group(3), virtual, "VirtualMem")
+
+
+def test_oswithdetail(m):
+    r = m.run("-oswithdetail")
+    check_eq(r.rc, 0, "exit code")
+    mm = check_match(r"^OSwithDetail: (.+)\n$", r.stdout, "-oswithdetail")
+    check(mm.group(1).strip(), "empty OS description")
+    check("64-bit process" in mm.group(1), f"a 64-bit build should say so: {mm.group(1)!r}")
+
+
+def test_time_reports_the_current_gmt_time(m):
+    before = gmt_now()
+    r = m.run("-time")
+    after = gmt_now()
+    check_eq(r.rc, 0, "exit code")
+    check(r.stdout.count("\n") >= 3, f"-time should be a multi-line report: {r.stdout!r}")
+    dates = {before.strftime("%Y-%m-%d"), after.strftime("%Y-%m-%d")}
+    gmt = check_match(r".*GMT time: +(\d{4}-\d\d-\d\d) (\d\d:\d\d:\d\d)", r.stdout, "-time")
+    check(gmt.group(1) in dates, f"GMT date {gmt.group(1)} is not today ({sorted(dates)})")
+    millis = check_match(r".*GMT millis: +(\d+)", r.stdout, "-time")
+    t = int(millis.group(1)) / 1000
+    check(before.timestamp() - 2 <= t <= after.timestamp() + 2, f"GMT millis {millis.group(1)} is not now")
+
+
+def test_time_separates_local_from_gmt(m):
+    # A zone 14 hours east, or 12 west, puts local time on another day than GMT.
+    now = gmt_now()
+    tz, hours = ("QZT-14", 14) if now.hour >= 12 else ("QZT+12", -12)
+    r = m.run("-time", env={"TZ": tz})
+    check_eq(r.rc, 0, "exit code")
+    local = check_match(r".*Local time: +(\d{4}-\d\d-\d\d \d\d):\d\d:\d\d .*\(UTC([+-]\d\d):00\)", r.stdout, "-time")
+    gmt = check_match(r".*GMT time: +(\d{4}-\d\d-\d\d \d\d):\d\d:\d\d", r.stdout, "-time")
+    check_eq(int(local.group(2)), hours, "reported offset")
+    g = datetime.datetime.strptime(gmt.group(1), "%Y-%m-%d %H")
+    lt = datetime.datetime.strptime(local.group(1), "%Y-%m-%d %H")
+    check_eq(lt - g, datetime.timedelta(hours=hours), "local minus GMT")
+
+
+def test_localeinfo(m):
+    r = m.run("-localeinfo")
+    check_eq(r.rc, 0, "exit code")
+    lines = r.stdout.split("\n")
+    check_eq(lines[-1], "", "output should end with a newline")
+    lines = lines[:-1]
+    prefixes = ["System Locale (translated into Korvatine locale): ", "User's Preferred Locale: ",
+                "Local Date Time: ", "Locale Time: ", "Date: "]
+    check_eq(len(lines), 5, f"number of lines in {r.stdout!r}")
+    for line, prefix in zip(lines, prefixes):
+        check(line.startswith(prefix) and len(line) > len(prefix), f"line {line!r} should start {prefix!r}")
+    for line in (lines[2], lines[4]):
+        check(("2021" in line or "21" in line) and "27" in line, f"date of 2021-05-27 not recognisable: {line!r}")
+    check("12" in lines[3] and "34" in lines[3], f"12:34 not recognisable: {lines[3]!r}")
+    check("34" in lines[2] and "56" in lines[2], f"12:34:56 not recognisable: {lines[2]!r}")
+    check_match(r"^[a-z]{2,3}(_[A-Z0-9]{2,3})?$", lines[0][len(prefixes[0]):], "client locale")

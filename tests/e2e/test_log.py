@@ -1,0 +1,95 @@
+"""The day-file log: which file a line goes to, the clean-up of the coming
+days' files, and appends from many processes at once."""
+
+import os
+import re
+
+from harness import Skip, check, check_eq, gmt_now, parse_log_line, startup_line_re
+
+HGUID = "0123456789abcdef01234567"
+
+
+def test_day_file_is_chosen_by_gmt_day(m):
+    # A zone 14 hours east, or 12 west, puts local time on another day than GMT.
+    m.make_datadir()
+    now = gmt_now()
+    tz = "QZT-14" if now.hour >= 12 else "QZT+12"
+    m.run("-version", env={"TZ": tz})
+    after = gmt_now()
+    if after.day != now.day:
+        raise Skip("the GMT day changed during the run")
+    files = os.listdir(m.log_dir())
+    check_eq(files, [f"qzfilelist{now.day:02d}.log"], "day files")
+    for line in m.log_lines():
+        check(line.time.startswith(now.strftime("%Y-%m-%d ")), f"log time is not GMT: {line.raw!r}")
+
+
+def test_existing_day_file_is_appended_to(m):
+    m.make_datadir()
+    day = gmt_now().day
+    os.makedirs(m.log_dir())
+    old = "2000-01-01 00:00:00          1 - an earlier line\n"
+    with open(m.day_file(day), "w", newline="") as f:
+        f.write(old)
+    m.run("-version")
+    if gmt_now().day != day:
+        raise Skip("the GMT day changed during the run")
+    with open(m.day_file(day), encoding="utf-8", newline="") as f:
+        text = f.read()
+    check(text.startswith(old), f"the earlier content of today's file was lost: {text[:200]!r}")
+    check("\r" not in text, "log lines must end in a bare newline")
+    check(len(text.splitlines()) > 1, "nothing was appended")
+
+
+def test_coming_days_files_are_cleaned(m):
+    m.make_datadir()
+    os.makedirs(m.log_dir())
+    today = gmt_now().day
+    cleaned = set(range(today + 2, today + 7)) | (set(range(0, 6)) if today > 25 else set())
+    kept = {today - 1, today + 1, today + 7, today - 2} - cleaned - {-1, -2}
+    contents = {}
+    for day in cleaned | kept:
+        for ext in (".log", ".zip"):
+            path = m.day_file(day, ext)
+            contents[path] = f"day {day}{ext}\n"
+            with open(path, "w", newline="") as f:
+                f.write(contents[path])
+    m.run("-version")
+    if gmt_now().day != today:
+        raise Skip("the GMT day changed during the run")
+    for day in sorted(cleaned):
+        for ext in (".log", ".zip"):
+            check(not os.path.exists(m.day_file(day, ext)), f"day {day:02d}{ext} should be cleaned on day {today}")
+    for day in sorted(kept):
+        for ext in (".log", ".zip"):
+            path = m.day_file(day, ext)
+            check(os.path.exists(path), f"day {day:02d}{ext} should be kept on day {today}")
+            with open(path, newline="") as f:
+                check_eq(f.read(), contents[path], f"content of day {day:02d}{ext}")
+    check(os.path.exists(m.day_file(today)), "today's file was not written")
+
+
+def test_concurrent_runs_append_whole_lines(m):
+    m.write_install_xml(hguid=HGUID)
+    m.make_datadir()
+    n = 8
+    procs = [m.start("-version", f"run{i}", "x" * 200) for i in range(n)]
+    results = [m.wait(p) for p in procs]
+    for i, r in enumerate(results):
+        check_eq((r.rc, r.stdout), (0, "VERSION: 9.1.0.833\n"), f"run {i}")
+    raw = m.raw_log_lines()
+    lines = [parse_log_line(l) for l in raw]  # fails on any torn or interleaved line
+    by_pid = {}
+    for line in lines:
+        by_pid.setdefault(line.pid, []).append(line.message)
+    check_eq(len(by_pid), n, f"distinct pids in the log: {sorted(by_pid)}")
+    seen = set()
+    for pid, messages in by_pid.items():
+        check_eq(messages[:2], [" ", "starting qzfilelist"], f"first lines of pid {pid}")
+        check_eq(len(messages), 3, f"lines of pid {pid}: {messages}")
+        for i in range(n):
+            mm = re.match(startup_line_re(["-version", f"run{i}", "x" * 200], hguid=HGUID), messages[2])
+            if mm:
+                check_eq(int(mm.group(1)), pid, "processId in the start-up line")
+                seen.add(i)
+    check_eq(seen, set(range(n)), "runs with a start-up line")

@@ -1,0 +1,129 @@
+"""What every run does before its command: find the install and data folders
+and the host id, open the log, and write the start-up lines."""
+
+import datetime
+import os
+import re
+import shutil
+
+from harness import (HGUID_FALLBACK_LINE, UNKNOWN_HGUID, check, check_eq, check_match, gmt_now,
+                     startup_line_re)
+
+HGUID = "a1b2c3d4e5f6a7b8c9d0e1f2"
+
+
+def startup_lines(lines):
+    return [l.message for l in lines if re.match(r"qzfilelist processId=\d+ version=", l.message)]
+
+
+def run_lines(m, args):
+    """Runs the program and returns the log lines this run added."""
+    before = len(m.log_lines())
+    r = m.run(*args)
+    return r, m.log_lines()[before:]
+
+
+def test_startup_lines(m):
+    m.write_install_xml(hguid=HGUID)
+    m.make_datadir()
+    started = gmt_now().timestamp()
+    r, lines = run_lines(m, ["-version"])
+    check_eq(r.stdout, "VERSION: 9.1.0.833\n", "stdout")
+    check_eq([l.message for l in lines[:2]], [" ", "starting qzfilelist"], "first log lines")
+    check_eq(len(lines), 3, f"number of log lines in {[l.raw for l in lines]}")
+    mm = check_match(startup_line_re(["-version"], hguid=HGUID), lines[2].message, "start-up line")
+    pid = int(mm.group(1))
+    check(all(l.pid == pid for l in lines), f"pid column differs from processId={pid}: {[l.raw for l in lines]}")
+    virt, res, ram = (int(mm.group(i)) for i in (2, 3, 4))
+    check(ram > 100, f"implausible numMBytesStartHardwareRamMemSize={ram}")
+    check(res < ram, f"resident {res} MB exceeds RAM {ram} MB")
+    # The time column is GMT and current.
+    for l in lines:
+        t = datetime.datetime.strptime(l.time, "%Y-%m-%d %H:%M:%S").replace(tzinfo=datetime.timezone.utc)
+        check(started - 2 <= t.timestamp() <= gmt_now().timestamp() + 2, f"log time {l.time} is not now (GMT)")
+
+
+def test_startup_line_lists_every_argument_in_order(m):
+    m.make_datadir()
+    for args in (["-is64bit"], ["-bogus", "two words", "Résumé 日本語", "C:\\dir\\"],
+                 ["-grep", "x"], ["-dirlist", "C:\\"], ["-hx", "a", "b", "c"]):
+        _, lines = run_lines(m, args)
+        starts = startup_lines(lines)
+        check_eq(len(starts), 1, f"start-up lines for {args}")
+        check_match(startup_line_re(args), starts[0], f"start-up line for {args}")
+
+
+def test_scan_run_startup_line_has_no_arguments(m):
+    m.make_datadir()
+    _, lines = run_lines(m, [])
+    starts = startup_lines(lines)
+    check_eq(len(starts), 1, "start-up lines")
+    check_match(startup_line_re([]), starts[0], "start-up line")
+
+
+def test_buffering_flag_file(m):
+    m.make_datadir()
+    _, lines = run_lines(m, ["-version"])
+    check(any(re.match(startup_line_re(["-version"], buffering=True), l.message) for l in lines),
+          "start-up line should say buffering_is_on")
+    m.disable_buffering()
+    _, lines = run_lines(m, ["-version"])
+    check(any(re.match(startup_line_re(["-version"], buffering=False), l.message) for l in lines),
+          "start-up line should say BUFFERING_IS_TURNED_OFF")
+
+
+def test_host_id(m):
+    m.make_datadir()
+    cases = [(None, UNKNOWN_HGUID),  # no qzinstall.xml at all
+             (HGUID, HGUID),
+             (HGUID[:23], UNKNOWN_HGUID),
+             (HGUID + "0", UNKNOWN_HGUID),
+             ("", UNKNOWN_HGUID)]
+    for written, expected in cases:
+        if written is not None:
+            m.write_install_xml(hguid=written)
+        _, lines = run_lines(m, ["-version"])
+        messages = [l.message for l in lines]
+        check(any(re.match(startup_line_re(["-version"], hguid=expected), msg) for msg in messages),
+              f"hguid {written!r}: start-up line should carry {expected}: {messages}")
+        check_eq(messages.count(HGUID_FALLBACK_LINE), 0 if expected == written else 1,
+                 f"fallback lines for hguid {written!r}")
+
+
+def test_host_id_is_read_next_to_other_attributes(m):
+    # "associated_hguid" is another attribute; only a whole "hguid" counts.
+    m.make_datadir()
+    m.write_install_xml(raw=f'<qzinstall associated_hguid="{"b" * 24}" datadir="C:\\ProgramData\\Korvatine\\qzdata" '
+                            f'hguid="{HGUID}" />\n')
+    _, lines = run_lines(m, ["-version"])
+    check(any(re.match(startup_line_re(["-version"], hguid=HGUID), l.message) for l in lines),
+          f"start-up line should carry {HGUID}: {[l.message for l in lines]}")
+
+
+def test_data_dir_from_install_xml(m):
+    d = m.map_drive("D")
+    for datadir in ("D:\\qzdata\\", "D:\\qzdata"):
+        shutil.rmtree(os.path.join(d, "qzdata"), ignore_errors=True)
+        os.makedirs(os.path.join(d, "qzdata"))
+        m.write_install_xml(datadir=datadir, hguid=HGUID)
+        r = m.run("-version")
+        check_eq(r.stdout, "VERSION: 9.1.0.833\n", "stdout")
+        logs = os.listdir(os.path.join(d, "qzdata", "qzlogs", "qzfilelist"))
+        check_eq(len(logs), 1, f"day files under D:\\qzdata for datadir={datadir!r}: {logs}")
+        check(any(re.match(startup_line_re(["-version"], hguid=HGUID), msg) for msg in m.log_messages()),
+              f"no start-up line in the D: log for datadir={datadir!r}")
+        check(not os.path.exists(m.c("ProgramData\\Korvatine\\qzdata")),
+              f"the default data dir was created although qzinstall.xml says {datadir!r}")
+
+
+def test_no_log_without_the_data_dir(m):
+    d = m.map_drive("D")
+    for install_xml in (None, "D:\\qzdata", "C:\\ProgramData\\Korvatine\\qzdata"):
+        if install_xml:
+            m.write_install_xml(datadir=install_xml, hguid=HGUID)
+        before = m.snapshot()
+        for args in (["-version"], ["-is64bit"], ["-bogus"], []):
+            r = m.run(*args)
+            check_eq(r.rc, 0, f"exit code of {args}")
+        check_eq(sorted(m.snapshot() - before), [], f"files created with datadir {install_xml!r} missing")
+        check_eq(os.listdir(d), [], "D: should stay empty")

@@ -1,0 +1,369 @@
+// Runs the input as a program of QzString operations next to a std::string
+// model and compares the two after every step; then round-trips slices of the
+// input through UTF-16 and through hexadecimal.
+#include <fuzzer/FuzzedDataProvider.h>
+
+#include <climits>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "QzString.h"
+#include "QzUtf16String.h"
+#include "QzUtil.h"
+
+namespace {
+
+void Fail(const char* what, long long a = 0, long long b = 0) {
+    std::fprintf(stderr, "INVARIANT BROKEN: %s (%lld, %lld)\n", what, a, b);
+    std::abort();
+}
+
+void Check(bool ok, const char* what, long long a = 0, long long b = 0) {
+    if (!ok) Fail(what, a, b);
+}
+
+std::string_view View(const QzString& s) { return {s.c_str(), static_cast<size_t>(s.Length())}; }
+
+void CheckSame(const QzString& s, const std::string& model, const char* step) {
+    Check(s.Length() == static_cast<int32_t>(model.size()), step, s.Length(), static_cast<long long>(model.size()));
+    Check(View(s) == model, step);
+    Check(s.c_str()[s.Length()] == '\0', "not zero-terminated after", s.Length());
+    if (s.Capacity() > 0) Check(s.Capacity() > s.Length(), "capacity does not cover the terminator", s.Capacity());
+}
+
+std::string Lower(std::string s) {
+    for (char& c : s)
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
+    return s;
+}
+
+int Sign(int v) { return (v > 0) - (v < 0); }
+
+int ModelCompare(const std::string& a, const std::string& b) {
+    const int c = std::memcmp(a.data(), b.data(), std::min(a.size(), b.size()));
+    if (c != 0) return Sign(c);
+    return a.size() == b.size() ? 0 : (a.size() < b.size() ? -1 : 1);
+}
+
+int32_t ModelFind(const std::string& hay, const std::string& needle, int32_t from) {
+    const size_t start = from < 0 ? 0 : static_cast<size_t>(from);
+    const size_t p = hay.find(needle, start);
+    return p == std::string::npos ? -1 : static_cast<int32_t>(p);
+}
+
+std::string CStrPrefix(const std::string& s) { return std::string(s.c_str()); }
+
+// Strict UTF-8 by the table of well-formed byte sequences: no overlong
+// forms, no surrogates, nothing above U+10FFFF.
+bool ModelValidUtf8(std::string_view s) {
+    const auto* u = reinterpret_cast<const unsigned char*>(s.data());
+    const size_t n = s.size();
+    auto in = [](unsigned char c, unsigned lo, unsigned hi) { return c >= lo && c <= hi; };
+    for (size_t i = 0; i < n;) {
+        const unsigned char c = u[i];
+        size_t k;
+        unsigned lo = 0x80, hi = 0xBF;
+        if (c <= 0x7F) {
+            ++i;
+            continue;
+        } else if (in(c, 0xC2, 0xDF)) {
+            k = 1;
+        } else if (c == 0xE0) {
+            k = 2, lo = 0xA0;
+        } else if (in(c, 0xE1, 0xEC) || in(c, 0xEE, 0xEF)) {
+            k = 2;
+        } else if (c == 0xED) {
+            k = 2, hi = 0x9F;
+        } else if (c == 0xF0) {
+            k = 3, lo = 0x90;
+        } else if (in(c, 0xF1, 0xF3)) {
+            k = 3;
+        } else if (c == 0xF4) {
+            k = 3, hi = 0x8F;
+        } else {
+            return false;
+        }
+        if (i + k >= n) return false;  // the sequence is cut short
+        if (!in(u[i + 1], lo, hi)) return false;
+        for (size_t j = 2; j <= k; ++j)
+            if (!in(u[i + j], 0x80, 0xBF)) return false;
+        i += k + 1;
+    }
+    return true;
+}
+
+bool ModelValidUtf16(const std::vector<char16_t>& w) {
+    for (size_t i = 0; i < w.size(); ++i) {
+        if (w[i] >= 0xD800 && w[i] <= 0xDBFF) {
+            if (i + 1 >= w.size() || w[i + 1] < 0xDC00 || w[i + 1] > 0xDFFF) return false;
+            ++i;
+        } else if (w[i] >= 0xDC00 && w[i] <= 0xDFFF) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Self-appends double the string; past this size they are skipped.
+constexpr size_t kMaxModel = 1 << 12;
+
+void StringProgram(FuzzedDataProvider& fdp) {
+    QzString s;
+    std::string model;
+    const int steps = fdp.ConsumeIntegralInRange<int>(0, 64);
+    for (int step = 0; step < steps && fdp.remaining_bytes() > 0; ++step) {
+        const int op = fdp.ConsumeIntegralInRange<int>(0, 19);
+        switch (op) {
+            case 0: {  // Append with a length: every byte, NULs included
+                const std::string t = fdp.ConsumeRandomLengthString(80);
+                Check(s.Append(t.data(), static_cast<int32_t>(t.size())), "Append(text, len) failed");
+                model += t;
+                break;
+            }
+            case 1: {  // Append a C string: up to the first NUL
+                const std::string t = fdp.ConsumeRandomLengthString(80);
+                Check(s.Append(t.c_str()), "Append(text) failed");
+                model += CStrPrefix(t);
+                break;
+            }
+            case 2: {
+                const char c = fdp.ConsumeIntegral<char>();
+                Check(s.AppendChar(c), "AppendChar failed");
+                model.push_back(c);
+                break;
+            }
+            case 3: {
+                const int64_t v = fdp.ConsumeIntegral<int64_t>();
+                Check(s.AppendInt(v), "AppendInt failed");
+                model += std::to_string(v);
+                break;
+            }
+            case 4: {
+                const int64_t v = fdp.ConsumeIntegral<int64_t>();
+                const int w = fdp.ConsumeIntegralInRange<int>(0, 80);
+                Check(s.AppendPaddedInt(v, w), "AppendPaddedInt failed");
+                char buf[128];
+                std::snprintf(buf, sizeof buf, "%0*lld", w > 64 ? 64 : w, static_cast<long long>(v));
+                model += buf;
+                break;
+            }
+            case 5: {
+                const int64_t v = fdp.ConsumeIntegral<int64_t>();
+                const int w = fdp.ConsumeIntegralInRange<int>(0, 80);
+                Check(s.AppendPaddedHex(v, w), "AppendPaddedHex failed");
+                char buf[128];
+                std::snprintf(buf, sizeof buf, "%0*llx", w > 64 ? 64 : w, static_cast<unsigned long long>(v));
+                model += buf;
+                break;
+            }
+            case 6: {
+                const std::string t = fdp.ConsumeRandomLengthString(80);
+                if (fdp.ConsumeBool()) {
+                    Check(s.Set(t.data(), static_cast<int32_t>(t.size())), "Set(text, len) failed");
+                    model = t;
+                } else {
+                    Check(s.Set(t.c_str()), "Set(text) failed");
+                    model = CStrPrefix(t);
+                }
+                break;
+            }
+            case 7: {
+                const int32_t n = fdp.ConsumeIntegralInRange<int32_t>(0, static_cast<int32_t>(model.size()) + 3);
+                s.Truncate(n);
+                if (static_cast<size_t>(n) < model.size()) model.resize(static_cast<size_t>(n));
+                break;
+            }
+            case 8:
+            case 9: {
+                const bool ignoreCase = op == 9;
+                std::string needle = CStrPrefix(fdp.ConsumeRandomLengthString(6));
+                if (fdp.ConsumeBool() && !model.empty()) {  // a needle that is there
+                    const size_t at = fdp.ConsumeIntegralInRange<size_t>(0, model.size() - 1);
+                    needle = CStrPrefix(model.substr(at, fdp.ConsumeIntegralInRange<size_t>(0, 5)));
+                }
+                const int32_t from = fdp.ConsumeIntegralInRange<int32_t>(-3, static_cast<int32_t>(model.size()) + 3);
+                const int32_t got = ignoreCase ? s.FindIgnoreCase(needle.c_str(), from) : s.Find(needle.c_str(), from);
+                const int32_t want =
+                    ignoreCase ? ModelFind(Lower(model), Lower(needle), from) : ModelFind(model, needle, from);
+                Check(got == want, ignoreCase ? "FindIgnoreCase differs" : "Find differs", got, want);
+                Check(s.Contains(needle.c_str()) == (ModelFind(model, needle, 0) >= 0), "Contains differs");
+                break;
+            }
+            case 10: {
+                std::string t = CStrPrefix(fdp.ConsumeRandomLengthString(10));
+                if (fdp.ConsumeBool()) t = CStrPrefix(model.substr(0, std::min(model.size(), t.size())));
+                const std::string tl = Lower(t), ml = Lower(model);
+                const bool sw = model.compare(0, t.size(), t) == 0 && t.size() <= model.size();
+                const bool ew = t.size() <= model.size() && model.compare(model.size() - t.size(), t.size(), t) == 0;
+                const bool swi = t.size() <= model.size() && ml.compare(0, t.size(), tl) == 0;
+                const bool ewi = t.size() <= model.size() && ml.compare(model.size() - t.size(), t.size(), tl) == 0;
+                Check(s.StartsWith(t.c_str()) == sw, "StartsWith differs");
+                Check(s.EndsWith(t.c_str()) == ew, "EndsWith differs");
+                Check(s.StartsWithIgnoreCase(t.c_str()) == swi, "StartsWithIgnoreCase differs");
+                Check(s.EndsWithIgnoreCase(t.c_str()) == ewi, "EndsWithIgnoreCase differs");
+                break;
+            }
+            case 11: {
+                std::string t = fdp.ConsumeRandomLengthString(20);
+                if (fdp.ConsumeBool()) t = model.substr(0, std::min(model.size(), t.size()));
+                const QzString other(t.data(), static_cast<int32_t>(t.size()));
+                Check(Sign(s.Compare(other)) == ModelCompare(model, t), "Compare differs");
+                Check(Sign(s.CompareIgnoreCase(other)) == ModelCompare(Lower(model), Lower(t)),
+                      "CompareIgnoreCase differs");
+                Check(s.Equals(other) == (model == t), "Equals differs");
+                Check(s.Equals(t.c_str()) == (model == CStrPrefix(t)), "Equals(text) differs");
+                Check(s.EqualsIgnoreCase(t.c_str()) == (Lower(model) == Lower(CStrPrefix(t))),
+                      "EqualsIgnoreCase differs");
+                break;
+            }
+            case 12: {  // small Reserve: room afterwards, content untouched
+                const int32_t n = fdp.ConsumeIntegralInRange<int32_t>(0, 5000);
+                Check(s.Reserve(n, fdp.ConsumeBool()), "a small Reserve failed", n);
+                Check(s.Capacity() >= n, "Reserve left too little room", s.Capacity(), n);
+                break;
+            }
+            case 13: {  // impossible Reserve: refused, nothing changes
+                static const int32_t kHuge[] = {QzString::kMaxCapacity - 5, QzString::kMaxCapacity, INT32_MAX};
+                const int32_t n = kHuge[fdp.ConsumeIntegralInRange<int>(0, 2)];
+                const int32_t cap = s.Capacity();
+                Check(!s.Reserve(n, fdp.ConsumeBool()), "a huge Reserve succeeded", n);
+                Check(s.Capacity() == cap, "a refused Reserve changed the capacity", s.Capacity(), cap);
+                break;
+            }
+            case 14:
+                s.Clear();
+                model.clear();
+                break;
+            case 15: {  // appending ourselves, or a slice of ourselves
+                if (model.size() > kMaxModel) break;  // doubling would soon exhaust memory
+                if (model.empty() || fdp.ConsumeBool()) {
+                    Check(s.Append(s), "Append(self) failed");
+                    model += model;
+                } else {
+                    const size_t at = fdp.ConsumeIntegralInRange<size_t>(0, model.size() - 1);
+                    const size_t n = fdp.ConsumeIntegralInRange<size_t>(0, model.size() - at);
+                    Check(s.Append(s.c_str() + at, static_cast<int32_t>(n)), "Append(own slice) failed");
+                    model += model.substr(at, n);
+                }
+                break;
+            }
+            case 16: {  // setting to a slice of ourselves
+                if (model.empty()) break;
+                const size_t at = fdp.ConsumeIntegralInRange<size_t>(0, model.size() - 1);
+                const size_t n = fdp.ConsumeIntegralInRange<size_t>(0, model.size() - at);
+                Check(s.Set(s.c_str() + at, static_cast<int32_t>(n)), "Set(own slice) failed");
+                model = model.substr(at, n);
+                break;
+            }
+            case 17: {  // copies and moves keep the value and leave the source usable
+                QzString copy(s);
+                CheckSame(copy, model, "copy");
+                QzString moved(std::move(copy));
+                CheckSame(moved, model, "move");
+                CheckSame(copy, "", "moved-from");  // the move constructor leaves the source empty
+                copy = moved;
+                s = std::move(moved);
+                CheckSame(copy, model, "copy assignment");
+                break;
+            }
+            case 18: {
+                const std::string t = CStrPrefix(fdp.ConsumeRandomLengthString(20));
+                const int64_t v = fdp.ConsumeIntegral<int32_t>();
+                QzString cat = QzCat(s, t.c_str(), static_cast<long long>(v), '|');
+                CheckSame(cat, model + t + std::to_string(v) + "|", "QzCat");
+                break;
+            }
+            case 19: {
+                const int32_t n = fdp.ConsumeIntegralInRange<int32_t>(-5, -1);
+                Check(!s.Append("x", n), "Append with a negative length succeeded", n);
+                Check(!s.Set("x", n), "Set with a negative length succeeded", n);
+                break;
+            }
+        }
+        CheckSame(s, model, "after an operation");
+    }
+}
+
+void Utf16RoundTrips(std::string_view bytes) {
+    const bool valid = ModelValidUtf8(bytes);
+    Check(QzUtf8::IsValid(bytes.data(), static_cast<int32_t>(bytes.size())) == valid, "IsValid differs", valid);
+    for (const bool asPath : {false, true}) {
+        QzUtf16String w;
+        const bool ok = w.ConvertUtf8QzStringToUtf16(bytes.data(), static_cast<int32_t>(bytes.size()), asPath, 4);
+        Check(ok == valid, "UTF-8 accepted/refused differs from the model", ok, valid);
+        if (!ok) {
+            Check(w.Length() == 0, "a refused conversion left text", w.Length());
+            continue;
+        }
+        QzString back;
+        Check(QzUtf16String::ConvertQzUtf16StringToUtf8(w.Data(), w.Length(), &back), "UTF-16 back to UTF-8 failed");
+        std::string want(bytes);
+        if (asPath && bytes.size() > 250 && bytes.substr(0, 4) != "\\\\?\\") want = "\\\\?\\" + want;
+        Check(View(back) == want, "UTF-8 -> UTF-16 -> UTF-8 changed the text", back.Length(),
+              static_cast<long long>(want.size()));
+    }
+    // Arbitrary code units the other way round.
+    std::vector<char16_t> units;
+    for (size_t i = 0; i + 1 < bytes.size(); i += 2)
+        units.push_back(static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) |
+                                              (static_cast<unsigned char>(bytes[i + 1]) << 8)));
+    QzString utf8("stale");
+    // An empty vector has no buffer; the converter refuses a null pointer.
+    const char16_t* unitPtr = units.empty() ? u"" : units.data();
+    const bool ok = QzUtf16String::ConvertQzUtf16StringToUtf8(unitPtr, static_cast<int32_t>(units.size()), &utf8);
+    Check(ok == ModelValidUtf16(units), "UTF-16 accepted/refused differs from the model", ok);
+    if (!ok) {
+        Check(utf8.Length() == 0, "a refused conversion left text", utf8.Length());
+        return;
+    }
+    Check(QzUtf8::IsValid(utf8.c_str(), utf8.Length()) && ModelValidUtf8(View(utf8)), "UTF-8 made is not valid");
+    QzUtf16String again;
+    Check(again.ConvertUtf8QzStringToUtf16(utf8, false), "UTF-8 made from UTF-16 was refused");
+    Check(again.Length() == static_cast<int32_t>(units.size()) &&
+              std::memcmp(again.Data(), unitPtr, units.size() * sizeof(char16_t)) == 0,
+          "UTF-16 -> UTF-8 -> UTF-16 changed the units", again.Length(), static_cast<long long>(units.size()));
+}
+
+void HexRoundTrips(std::string_view bytes) {
+    QzString hex("prefix:");
+    QzUtil::AppendHexEncoded(hex, bytes.data(), static_cast<int32_t>(bytes.size()));
+    Check(hex.Length() == static_cast<int32_t>(7 + 2 * bytes.size()), "hex length", hex.Length());
+    const std::string_view digits = View(hex).substr(7);
+    Check(digits.find_first_not_of("0123456789abcdef") == std::string_view::npos, "hex is not lower-case digits");
+    QzString decoded("x");
+    Check(QzUtil::AppendHexDecoded(decoded, digits.data(), static_cast<int32_t>(digits.size())), "own hex refused");
+    Check(View(decoded) == "x" + std::string(bytes), "hex round trip changed the bytes");
+    std::string upper(digits);
+    for (char& c : upper)
+        if (c >= 'a' && c <= 'f') c = static_cast<char>(c - 32);
+    QzString fromUpper;
+    Check(QzUtil::AppendHexDecoded(fromUpper, upper.data(), static_cast<int32_t>(upper.size())), "upper hex refused");
+    Check(View(fromUpper) == bytes, "upper-case hex decoded differently");
+
+    // The input itself as hex: accepted exactly when it is pairs of hex digits.
+    const bool wellFormed = bytes.size() % 2 == 0 && bytes.find_first_not_of("0123456789abcdefABCDEF") ==
+                                                         std::string_view::npos;
+    QzString out("keep");
+    const bool ok = QzUtil::AppendHexDecoded(out, bytes.data(), static_cast<int32_t>(bytes.size()));
+    Check(ok == wellFormed, "hex accepted/refused wrongly", ok);
+    if (!ok) Check(View(out) == "keep", "refused hex changed the output");
+    if (ok) Check(out.Length() == static_cast<int32_t>(4 + bytes.size() / 2), "decoded length", out.Length());
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size > 64 * 1024) return 0;
+    const std::string_view all(reinterpret_cast<const char*>(data), size);
+    Utf16RoundTrips(all);
+    HexRoundTrips(all);
+    FuzzedDataProvider fdp(data, size);
+    StringProgram(fdp);
+    return 0;
+}
