@@ -107,6 +107,20 @@ bool WriteVolumeGuidIntoDotQzVolDirOnVolume(const QzString& mountPoint, const Qz
 // The "qzvol_id.xml" text the system volume would have, from the settings.
 bool GetSimulatedRootVolumeContents_qzvol_id_xml(QzString* textRet);
 bool CloneQzVolFolderOfSystemVolumeIntoDataDir_IfNeeded();
+// True when the mount point is the root of the Windows directory's drive.
+bool IsSystemBootVolume(const QzString& mountPoint);
+// The folder holding a volume's "qzvol_id.xml", ending in "\": the mount
+// point's ".qzvol", or the data directory's "qzvol_system_volume" for the
+// system volume.
+QzString GetQzVolFolderOfVolume(const QzString& mountPoint);
+// Rewrites the system volume's marker (file name and current text given) so
+// that it names this machine's host identifier, and corrects the system
+// volume's identifier in "qzinfo.xml" on the way. Null or empty arguments
+// log and fail; so does a host identifier of 24 nines.
+bool QzMyInternalAttemptRepairBad_assocHguid_in_qzvol_system_volume_folder(const QzString* myHguid,
+                                                                          const QzString* staleAssocHguid,
+                                                                          const QzString* markerFileName,
+                                                                          const QzString* markerContents);
 
 // ---- locations (computed once per process) ----
 constexpr const char* kUnknownHostGuid = "999999999999999999999999";

@@ -36,6 +36,13 @@ struct QzSettings {
         QzString mountPointPath;
     };
     std::vector<SelectedVolume> selectedVolumes;  // the "qzvolume" entries, duplicates removed
+    // Kept for the exclusion rules and file sets, in file order.
+    struct DirFilter {
+        QzString dir;         // empty when the element has none
+        QzString whichFiles;  // empty when the element has none
+    };
+    std::vector<DirFilter> dirFilters;     // every "qzdirfilter" element
+    std::vector<QzString> doBackupBlocks;  // every "do_backup" element, whole
 };
 
 namespace QzInfoManager {

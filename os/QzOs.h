@@ -215,4 +215,23 @@ void GetUserLocaleName(QzString* nameRet);
 bool FormatLocaleDate(int year, int month, int day, QzString* textRet);
 bool FormatLocaleTime(int hour, int minute, int second, bool withSeconds, QzString* textRet);
 
+// ---- volumes: identity and access ----
+struct VolumeIdentity {
+    QzString uuid;          // the system's own identifier of the volume; empty when it has none
+    bool readOnly = false;  // the volume refuses writes
+};
+// The volume at a drive root: its identifier (the GUID of its volume name on
+// Windows, the file-system UUID on POSIX when the system knows one) and
+// whether it is read-only. Fails only when the volume cannot be examined at all.
+uint32_t GetVolumeIdentity(const char* rootPath, VolumeIdentity* idRet);
+
+}  // namespace QzOs
+
+// ---- network adapters ----
+namespace QzOs {
+
+// The six-byte hardware address of the first network adapter that has one
+// (loopback and all-zero addresses are skipped); false when there is none.
+bool GetFirstAdapterHardwareAddress(unsigned char mac[6]);
+
 }  // namespace QzOs

@@ -7,6 +7,7 @@
 
 #include "QzCommands.h"
 #include "QzFile.h"
+#include "QzInfoManager.h"
 #include "QzLog.h"
 #include "QzOs.h"
 #include "QzSystem.h"
@@ -225,11 +226,16 @@ const Command* Find(const Command* begin, const Command* end, const Args& args) 
     ExitQzFileList(c.run(args));
 }
 
-// The settings file is looked up for every command after the first few. Its
-// absence is logged and tolerated here; the scan run refuses to go on without it.
+// The settings file is looked up for every command after the first few and
+// loaded when present. Its absence is logged and tolerated here; the scan run
+// refuses to go on without it.
 void LookUpSettingsFile() {
     const QzString path = QzCat(QzFile::GetDataDir(), "qzinfo.xml");
-    if (!QzFile::FileExists(path.c_str())) QzLog::WriteLine("ERROR: qzfilelist could not find a qzinfo.xml file");
+    if (!QzFile::FileExists(path.c_str())) {
+        QzLog::WriteLine("ERROR: qzfilelist could not find a qzinfo.xml file");
+        return;
+    }
+    QzInfoManager::ReadControlPanelSettingsFromQzInfoXmlFile();
 }
 
 }  // namespace

@@ -1,0 +1,286 @@
+// The registry of every volume ever given an identity, "qzvolumes.xml" in the
+// data directory: reading with its rejections, writing through ".tmp", new
+// volume GUIDs and adding an entry.
+#include <cstring>
+#include <random>
+
+#include "QzOs.h"
+#include "QzTime.h"
+#include "QzUiUtil.h"
+#include "QzUiUtilInternal.h"
+#include "QzUtil.h"
+#include "QzVolumeInfo.h"
+
+using namespace QzUiUtilInternal;
+
+namespace QzUiUtilInternal {
+
+bool WriteViaTmpAndSwap(const QzString& path, const QzString& text, const char* function) {
+    const QzString tmp = QzCat(path, ".tmp");
+    if (!QzFile::WriteEntireFile(tmp.c_str(), text.c_str(), text.Length())) {
+        Log("ERROR", function, "could not write out temporary file, bailing: ", tmp);
+        QzFile::DeleteFileIfExists(tmp.c_str());
+        return false;
+    }
+    if (!QzFile::AtomicMoveFileWithRetry(tmp.c_str(), path.c_str())) {
+        Log("ERROR", function, "could not swap in temporary file, bailing: ", QzCat(tmp, " to ", path));
+        QzFile::DeleteFileIfExists(tmp.c_str());
+        return false;
+    }
+    return true;
+}
+
+}  // namespace QzUiUtilInternal
+
+namespace {
+
+constexpr const char* kRead = "QzVolumesXml_ReadQzVolumesXmlFile";
+
+// Parses one "qzvolume" element; logs the rejection and fails on a bad GUID or
+// mount point. Missing figures keep their defaults.
+bool ParseEntry(const QzString& snippet, QzVolumesXmlEntry* e) {
+    GetDecimalAttr(snippet, "numBytesFreeOnVolume", &e->bytesFree);
+    GetDecimalAttr(snippet, "numBytesUsedOnVolume", &e->bytesUsed);
+    GetDecimalAttr(snippet, "numBytesTotalOnVolume", &e->bytesTotal);
+    GetDecimalAttr(snippet, "lastTimeVolumeWasSeenAttachedGmtMillis", &e->lastSeenAttachedGmtMillis);
+    QzString type;
+    if (QzFile::GetUniqueStrAttrFromXmlSnippet(snippet, "typeOfVolumeTwoCharCode", &type) && type.Length() >= 2) {
+        e->typeCode[0] = type[0];
+        e->typeCode[1] = type[1];
+    }
+    if (!QzFile::GetUniqueStrAttrFromXmlSnippet(snippet, "qzVolumeGuid", &e->volumeGuid)) {
+        Log("ERROR", kRead, "could not find qzVolumeGuid in line: ", snippet);
+        return false;
+    }
+    if (e->volumeGuid.Length() != 28) {
+        Log("ERROR", kRead, "badly_5 formed qzVolumeGuid in line: ", snippet);
+        return false;
+    }
+    QzString hex;
+    if (QzFile::GetUniqueStrAttrFromXmlSnippet(snippet, "mountPointPathHex", &hex)) {
+        if (!QzUtil::AppendHexDecoded(e->mountPoint, hex.c_str(), hex.Length())) {
+            Log("ERROR", kRead, "badly_56 formed mountPointPath_OR_BADLY_HEX in line: ", snippet);
+            return false;
+        }
+    } else if (!QzFile::GetUniqueStrAttrFromXmlSnippet(snippet, "mountPointPath", &e->mountPoint)) {
+        Log("ERROR", kRead, "could not find FALLBACK_NONHEX mountPointPath in line: ", snippet);
+        return false;
+    }
+    // A mount point is at least "X:"; a zero byte could never come from a path.
+    if (e->mountPoint.Length() < 2 || static_cast<int32_t>(std::strlen(e->mountPoint.c_str())) !=
+                                          e->mountPoint.Length()) {
+        Log("ERROR", kRead, "badly_78 formed mountPointPath_OR_BADLY_HEX in line: ", snippet);
+        return false;
+    }
+    return true;
+}
+
+// "lastAssignedQzVolShortId" of the text, 0 when it is missing or not a number.
+int64_t LastShortIdOf(const QzString& text, const char* function) {
+    std::vector<QzString> meta;
+    QzFile::GetAllXmlSnippetsWithTagNameInXmlText(text.c_str(), text.Length(), "qzvol_metadata", &meta);
+    int64_t last = 0;
+    if (meta.empty() || !GetDecimalAttr(meta[0], "lastAssignedQzVolShortId", &last)) {
+        Log("WARNING", function, "could not find lastAssignedQzVolShortId, default to 0");
+        return 0;
+    }
+    return last;
+}
+
+// The machine half of a GUID: the adapter's hardware address as 12 hex
+// digits, else 12 characters of per-process random digits. Computed once.
+const QzString& MachinePart(std::mt19937_64& rng) {
+    static const QzString part = [&rng] {
+        unsigned char mac[6];
+        QzString s;
+        if (QzOs::GetFirstAdapterHardwareAddress(mac)) {
+            QzUtil::AppendHexEncoded(s, mac, 6);
+            return s;
+        }
+        std::uniform_int_distribution<int64_t> below(0, 99999998);
+        s = QzCat(below(rng), below(rng), below(rng), "1234567890");
+        s.Truncate(12);
+        Log("WARNING", "CreateNewQzVolumeGuid", "no network adapter address, using a random machine part: ", s);
+        return s;
+    }();
+    return part;
+}
+
+std::mt19937_64& Rng() {
+    static std::mt19937_64 rng = [] {
+        std::random_device rd;
+        std::seed_seq seq{static_cast<uint64_t>(rd()), static_cast<uint64_t>(rd()),
+                          static_cast<uint64_t>(QzTime::GetCurrentGmtMillis()),
+                          static_cast<uint64_t>(QzSystem::GetProcessId())};
+        return std::mt19937_64(seq);
+    }();
+    return rng;
+}
+
+// The time half: the low six bytes of the clock in milliseconds, most
+// significant digit first, whose leading digit (constant for centuries) is
+// replaced by a random digit 0-7. Never the same millisecond twice per process.
+QzString TimePart(std::mt19937_64& rng) {
+    static int64_t lastMillis = -1;
+    int64_t now = QzTime::GetCurrentGmtMillis();
+    for (int wait = 0; now == lastMillis && wait < 1000; ++wait) {
+        QzOs::Sleep(2);
+        now = QzTime::GetCurrentGmtMillis();
+    }
+    lastMillis = now;
+    QzString s;
+    s.AppendPaddedHex(now & 0xFFFFFFFFFFFFLL, 12);
+    std::uniform_int_distribution<int> digit(0, 7);
+    s.Data()[0] = static_cast<char>('0' + digit(rng));
+    return s;
+}
+
+}  // namespace
+
+int64_t QzUiUtilInternal::LastShortIdEvenIfDamaged(const char* function) {
+    QzString text, err;
+    if (!QzFile::ReadEntireFile(VolumesXmlPath().c_str(), &text, &err)) return 0;
+    return LastShortIdOf(text, function);
+}
+
+namespace QzUiUtil {
+
+bool QzVolumesXml_ReadQzVolumesXmlFile(std::vector<QzVolumesXmlEntry>* entriesRet, int64_t* lastShortIdRet) {
+    if (!entriesRet || !lastShortIdRet) return false;
+    entriesRet->clear();
+    *lastShortIdRet = 0;
+    const QzString path = VolumesXmlPath();
+    if (!QzFile::FileExists(path.c_str())) {
+        Log("WARNING", kRead, "file did not exist: ", path);
+        return false;
+    }
+    QzString text, err;
+    if (!QzFile::ReadEntireFile(path.c_str(), &text, &err) || text.IsEmpty()) {
+        Log("ERROR", kRead, "file exists but was not readable or no contents: ", QzCat(path, ", err=", err));
+        return false;
+    }
+    if (!text.Contains("</contents>")) {
+        Log("ERROR", kRead, "file exists but was corrupted: ", path);
+        return false;
+    }
+    *lastShortIdRet = LastShortIdOf(text, kRead);
+    std::vector<QzString> snippets;
+    QzFile::GetAllXmlSnippetsWithTagNameInXmlText(text.c_str(), text.Length(), "qzvolume", &snippets);
+    if (snippets.empty()) {
+        QzString staging;
+        if (QzFile::GetUniqueStrAttrFromXmlSnippet(text, "first_qzinfo_staging", &staging) && staging.Equals("true"))
+            return true;
+        Log("ERROR", kRead, "could not find any <qzvolume ...> snippets in: ", path);
+        return false;
+    }
+    for (const QzString& snippet : snippets) {
+        QzVolumesXmlEntry e;
+        if (!ParseEntry(snippet, &e)) {
+            entriesRet->clear();
+            return false;
+        }
+        entriesRet->push_back(std::move(e));
+    }
+    return true;
+}
+
+bool QzVolumesXml_WriteQzVolumesXmlFile(const std::vector<QzVolumesXmlEntry>& entries, int64_t lastShortId) {
+    const int64_t now = QzTime::GetCurrentGmtMillis();
+    QzString text("<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n<contents>\n");
+    QzString when;
+    QzTime::AppendLogDateTime(when, now);
+    text.Append(QzCat("<qzvol_metadata lastAssignedQzVolShortId=\"", static_cast<long long>(lastShortId),
+                      "\" gmtMillisThisFileWasWritten=\"", static_cast<long long>(now),
+                      "\" gmtDateTimeFileWasWritten=\"", when, "\" />\n"));
+    for (const QzVolumesXmlEntry& e : entries) {
+        text.Append("<qzvolume qzVolumeGuid=\"");
+        QzUtil::AppendXmlEscaped(text, e.volumeGuid);
+        text.Append("\" mountPointPathHex=\"");
+        QzUtil::AppendHexEncoded(text, e.mountPoint.c_str(), e.mountPoint.Length());
+        text.Append("\" typeOfVolumeTwoCharCode=\"");
+        QzUtil::AppendXmlEscaped(text, e.typeCode, static_cast<int32_t>(std::strlen(e.typeCode)));
+        text.Append(QzCat("\" lastTimeVolumeWasSeenAttachedGmtMillis=\"", static_cast<long long>(e.lastSeenAttachedGmtMillis),
+                          "\" numBytesFreeOnVolume=\"", static_cast<long long>(e.bytesFree),
+                          "\" numBytesUsedOnVolume=\"", static_cast<long long>(e.bytesUsed),
+                          "\" numBytesTotalOnVolume=\"", static_cast<long long>(e.bytesTotal), "\" />\n"));
+    }
+    text.Append("</contents>\n");
+    return WriteViaTmpAndSwap(VolumesXmlPath(), text, "QzVolumesXml_WriteQzVolumesXmlFile");
+}
+
+bool QzVolumesXml_CreateNewQzVolumeGuid(QzString* vguidRet) {
+    if (!vguidRet) return false;
+    vguidRet->Clear();
+    std::vector<QzVolumesXmlEntry> entries;
+    int64_t last = 0;
+    if (!QzVolumesXml_ReadQzVolumesXmlFile(&entries, &last)) {
+        // A damaged registry still names the last short id handed out; reusing
+        // ids would give two volumes the same short id.
+        last = LastShortIdEvenIfDamaged("CreateNewQzVolumeGuid");
+    }
+    int64_t next = last + 1;
+    if (next == 0x999) next = 0x99a;  // "999" would read as an unknown identity
+    if (next > 0xff9) {
+        QzLog::WriteLine(QzCat("ERROR: QzUiUtil::CreateNewQzVolumeGuid high, wrapping to 1, lastAssignedQzVolShortId=",
+                               static_cast<long long>(last)));
+        next = 1;
+    }
+    QzString shortId;
+    shortId.AppendPaddedHex(next, 3);
+    if (shortId.Length() != 3) {
+        QzLog::WriteLine(QzCat("ERROR: QzUiUtil::CreateNewQzVolumeGuid qzShortVid wrong: ", shortId));
+        return false;
+    }
+    std::mt19937_64& rng = Rng();
+    *vguidRet = QzCat("v", shortId, MachinePart(rng), TimePart(rng));
+    return true;
+}
+
+bool QzVolumesXml_AddNewQzVolumeGuid(const QzString& vguid, const QzString& mountPoint) {
+    constexpr const char* kFn = "QzVolumesXml_AddNewQzVolumeGuid";
+    const QzString& hguid = QzFile::GetMyHostGuid();
+    if (hguid.Length() != 24) {
+        Log("ERROR", kFn, "GetMyHostGuid badly_6 formed, wrong length: ", hguid);
+        return false;
+    }
+    if (vguid.Length() != 28) {
+        Log("ERROR", kFn, "the28CharVguidIn bad format, wrong length: ", QzCat(vguid.Length(), ", vguid=", vguid));
+        return false;
+    }
+    std::vector<QzVolumesXmlEntry> entries;
+    int64_t last = 0;
+    if (!QzFile::FileExists(VolumesXmlPath().c_str())) {
+        Log("NOTE", kFn, "qzvolumes.xml file did not exist, so freshly creating for mount: ", mountPoint);
+    } else if (!QzVolumesXml_ReadQzVolumesXmlFile(&entries, &last)) {
+        Log("ERROR", kFn, "qzvolumes.xml could not be read, so starting it afresh for mount: ", mountPoint);
+        entries.clear();
+    }
+    // The new GUID's short id becomes the last one handed out (this follows
+    // the wrap from 0xff9 back to 1).
+    int64_t shortId = 0;
+    if (ParseHex64(vguid.c_str() + 1, 3, &shortId)) last = shortId;
+    QzVolumesXmlEntry* entry = nullptr;
+    for (QzVolumesXmlEntry& e : entries)
+        if (e.volumeGuid.Equals(vguid)) entry = &e;
+    if (!entry) {
+        entries.emplace_back();
+        entry = &entries.back();
+        entry->volumeGuid = vguid;
+    }
+    entry->mountPoint = mountPoint;
+    entry->lastSeenAttachedGmtMillis = QzTime::GetCurrentGmtMillis();
+    // The volume is normally attached (it has just been marked): take its type and figures.
+    QzVolumeInfo info;
+    if (QzFile::GetInfoAboutAttachedVolume(mountPoint, &info)) {
+        entry->typeCode[0] = info.typeCode[0];
+        entry->typeCode[1] = info.typeCode[1];
+        entry->bytesFree = info.bytesFree;
+        entry->bytesUsed = info.bytesUsed;
+        entry->bytesTotal = info.bytesTotal;
+    }
+    if (!QzVolumesXml_WriteQzVolumesXmlFile(entries, last)) return false;
+    Log("INFO", kFn, "successfully added vGuid=", QzCat(vguid, ", for mountPoint=", mountPoint));
+    return true;
+}
+
+}  // namespace QzUiUtil

@@ -1,0 +1,216 @@
+"""Attached volumes and their marker folders, run on real drive trees: which
+drives are listed and how they are typed, what -volumeinfo and its relatives
+print, the system volume's marker cloned into the data directory,
+the drive ping, and the settings file being loaded at start-up."""
+
+import os
+import re
+
+from harness import check, check_eq, check_match
+
+MINE = "0123456789abcdef01234567"
+OTHER = "fedcba9876543210fedcba98"
+GUID_D = "v0010123456789ab0123456789ab"
+GUID_E = "v0020123456789ab0123456789ab"
+GUID_C = "v0030123456789ab0123456789ab"
+README_TXT = "WARNING: deleting this file will stop Korvatine from backing up this drive volume"
+
+
+def id_xml(vguid, hguid, readme=README_TXT):
+    return ('<?xml version="1.0" encoding="UTF-8" ?>\n<contents>\n'
+            f'<readme txt="{readme}" />\n<qzvolume vguid="{vguid}" associated_hguid="{hguid}" />\n</contents>\n')
+
+
+def write(path, text):
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    with open(path, "w", encoding="utf-8", newline="") as f:
+        f.write(text)
+
+
+def read(path):
+    with open(path, encoding="utf-8", newline="") as f:
+        return f.read()
+
+
+def mark(drive_dir, text):
+    """Puts a marker (text of qzvol_id.xml) on a drive given by its host directory."""
+    path = os.path.join(drive_dir, ".qzvol", "qzvol_id.xml")
+    write(path, text)
+    return path
+
+
+def settings(m, *volumes):
+    """qzinfo.xml selecting these (guid, mount point) pairs for backup."""
+    lines = "".join(f'<qzvolume qzVolumeGuid="{g}" mountPointPath="{p}" />\n' for g, p in volumes)
+    m.write_qzinfo('<?xml version="1.0" encoding="UTF-8" ?>\n<contents>\n<hard_drives_to_backup>\n' + lines +
+                   '</hard_drives_to_backup>\n</contents>\n')
+
+
+def volumeinfo_re(guid, hguid, vtype, system="false"):
+    n = r"(\d+)"
+    return (rf"^    VolumeGUID: {guid}\n    AssocHguid: {hguid}\n    VolumeType: {vtype}\n"
+            rf"    numBytesTot_OnVolume: {n}\n    numBytesFreeOnVolume: {n}\n    numBytesUsedOnVolume: {n}\n"
+            rf"    isWritable: true\n    isSystemVolume: {system}\n    isCaseSensitive: (true|false)\n"
+            rf"    isCasePreserving: true\n    isCurrentlyConnected: true\n    qzVol_defconLevel: none\n"
+            rf"    qzVol_lastSeenInDays: none\n    qzVol_lastFileListedInDays: none\n"
+            rf"    qzVol_lastFilePushedInDays: none\n    UUID: (\S+)\n$")
+
+
+def test_only_fixed_drives_are_listed_and_empty_ones_typed_em(m):
+    m.make_datadir()
+    d = m.map_drive("D")
+    write(os.path.join(d, "docs", "a.txt"), "a")
+    e = m.map_drive("E")
+    os.makedirs(os.path.join(e, "$RECYCLE.BIN"))
+    os.makedirs(os.path.join(e, "System Volume Information"))
+    f = m.map_drive("F", "removable")
+    write(os.path.join(f, "photo.jpg"), "x")
+    mark(f, id_xml(GUID_E, MINE))
+    g = m.map_drive("G")
+    mark(g, id_xml(GUID_D, MINE))
+    h = m.map_drive("H")
+    write(os.path.join(h, "AUTORUN.INF"), "[autorun]\n")
+    os.makedirs(os.path.join(h, "Recycled"))
+    os.makedirs(os.path.join(m.map_drive("I"), "RECYCLED.OLD"))
+    m.map_drive("J")  # nothing at all: on Windows the root search finds no entry
+    r = m.run("-queryattachedvolumes")
+    check_eq(r.rc, 0, "exit code")
+    check_eq(r.stdout, "The following hard drives are attached:\n"
+                       "  Drive 0 has qzVolGuid=none, mountPoint=C:\\\n"
+                       "  Drive 1 has qzVolGuid=none, mountPoint=D:\\\n"
+                       "  Drive 2 has qzVolGuid=none, mountPoint=E:\\\n"
+                       f"  Drive 3 has qzVolGuid={GUID_D}, mountPoint=G:\\\n"
+                       "  Drive 4 has qzVolGuid=none, mountPoint=H:\\\n"
+                       "  Drive 5 has qzVolGuid=none, mountPoint=I:\\\n"
+                       "  Drive 6 has qzVolGuid=none, mountPoint=J:\\\n"
+                       "\nALL DONE\n", "-queryattachedvolumes")
+
+    r = m.run("-listvolumesdetail")
+    blocks = r.stdout.split("=======================================================\n")
+    check_eq(blocks[0], "", "text before the first block")
+    types = {}
+    for block in blocks[1:]:
+        mm = check_match(r"^Mount Point Path: (\S+)\nNum Bytes Free:   (\d+)\nNum Bytes Used:   (\d+)\n"
+                         r"Num Bytes Total:  (\d+)d\nUUID: (\S+)\nWritable:         true\n"
+                         r"Case Sensitive:   (true|false)\nCase Preserving:  true\nQz VolumeType:    (gm|em)\n"
+                         r"Qz Volume GUID:   (\S+)\nQz Assoc HGUID:   (\S+)\n$", block, "-listvolumesdetail block")
+        check_eq(int(mm.group(2)) + int(mm.group(3)), int(mm.group(4)), "free + used")
+        types[mm.group(1)] = (mm.group(7), mm.group(8), mm.group(9))
+    check_eq(types, {"C:\\": ("gm", "none", "none"), "D:\\": ("gm", "none", "none"),
+                     "E:\\": ("em", "none", "none"), "G:\\": ("em", GUID_D, MINE), "H:\\": ("em", "none", "none"),
+                     "I:\\": ("gm", "none", "none"), "J:\\": ("em", "none", "none")}, "volumes listed")
+
+
+def test_volumeinfo_reads_the_marker_as_it_is(m):
+    m.make_datadir()
+    m.write_install_xml(hguid=MINE)
+    d = m.map_drive("D")
+    write(os.path.join(d, "a.txt"), "a")
+    marker = mark(d, id_xml(GUID_D, OTHER))  # another machine's volume: shown, never changed
+    for arg in ("D:\\", "D:", "d:\\"):
+        r = m.run("-volumeinfo", arg)
+        head, rest = r.stdout.split("\n", 1)
+        check_eq(head, f"VolumeInfo for: {arg}", "first line")
+        mm = check_match(volumeinfo_re(GUID_D, OTHER, "gm"), rest, f"-volumeinfo {arg}")
+        check_eq(int(mm.group(2)) + int(mm.group(3)), int(mm.group(1)), "free + used")
+    check_eq(read(marker), id_xml(GUID_D, OTHER), "marker after reading")
+
+    r = m.run("-volumeinfo", "Q:\\")
+    check_eq(r.stdout, "VolumeInfo for: Q:\\\nVolume does not exist or is not attached right now.\n", "unknown drive")
+    check(any(msg.startswith("ERROR: QzFile::GetInfoAboutAttachedVolume,GetDiskFreeSpaceEx returned errNum=")
+              for msg in m.log_messages()), "no log line for the missing drive")
+
+    # Damaged markers leave the volume without identity and say why in the log.
+    guid27 = GUID_D[:27]
+    for text, token in [("<qzvolume", "read_qzvol_id_file_but_too_few_bytes=9"),
+                        (id_xml(guid27, MINE), "bad_format_vguid_in_qzvol_id_file_" + guid27)]:
+        write(marker, text)
+        r = m.run("-volumeinfo", "D:\\")
+        check_match(volumeinfo_re("none", "none", "gm"), r.stdout.split("\n", 1)[1], f"-volumeinfo with {token}")
+        check(any(token in msg for msg in m.log_messages()), f"no log line with {token}")
+
+
+def test_getvolumeinfofromfilename_says_whether_selected(m):
+    m.make_datadir()
+    m.write_install_xml(hguid=MINE)
+    d = m.map_drive("D")
+    write(os.path.join(d, "docs", "a.txt"), "a")
+    mark(d, id_xml(GUID_D, MINE))
+    for selection, answer in [([(GUID_D, "D:\\")], "Yes"), ([(GUID_D, "E:\\")], "No"), ([(GUID_E, "D:\\")], "No")]:
+        settings(m, *selection)
+        r = m.run("-getvolumeinfofromfilename", "D:\\docs\\a.txt")
+        check_match(r"^VolumeInfo for file: D:\\docs\\a\.txt\nVolume Mount Point: D:\\\n"
+                    rf"    VolumeGUID: {GUID_D}\n    AssocHguid: {MINE}\n    VolumeType: gm\n"
+                    r"    numBytesTot_OnVolume: \d+\n    numBytesFreeOnVolume: \d+\n    numBytesUsedOnVolume: \d+\n"
+                    r"    isWritable: true\n    isCaseSensitive: (true|false)\n    isCasePreserving: true\n"
+                    rf"    UUID: \S+\n    VolSelectedForBackup: {answer}\n$", r.stdout, f"selection {selection}")
+    for path in ("Q:\\x.txt", "\\\\server\\share\\x.txt", "x"):
+        r = m.run("-getvolumeinfofromfilename", path)
+        check_eq(r.stdout, f"VolumeInfo for file: {path}\n"
+                           "The filename is on a volume we have never heard of and is not attached.\n", path)
+
+
+def test_duplicate_identifiers_are_warned_about(m):
+    m.make_datadir()
+    for letter in ("D", "E"):
+        mark(m.map_drive(letter), id_xml(GUID_D, MINE))
+    r = m.run("-queryattachedvolumes")
+    check(r.stdout.startswith("WARNING: Two drives have duplicate qzvolumeids: D:\\ and E:\\\n"
+                              "The following hard drives are attached:\n"), f"-queryattachedvolumes: {r.stdout!r}")
+
+
+def test_clone_writes_the_system_marker_into_the_data_dir(m):
+    m.make_datadir()
+    m.write_install_xml(hguid=MINE)
+    settings(m, (GUID_D, "D:\\"), (GUID_C, "C:\\"))
+    r = m.run("-clone_qzvol_to_datadir")
+    check_eq(r.stdout, "qzfilelist - entering -clone_qzvol_to_datadir\nqzfilelist - leaving -clone_qzvol_to_datadir\n",
+             "-clone_qzvol_to_datadir")
+    folder = os.path.join(m.datadir(), "qzvol_system_volume")
+    check_eq(read(os.path.join(folder, "qzvol_id.xml")), id_xml(GUID_C, MINE, README_TXT + "."), "cloned marker")
+    readme = read(os.path.join(folder, "README.txt"))
+    check("Korvatine will stop backing up the System Drive Volume (C:\\) and also remove " in readme, repr(readme))
+    messages = m.log_messages()
+    for line in ("qzfilelist - entering -clone_qzvol_to_datadir", "qzfilelist - leaving -clone_qzvol_to_datadir"):
+        check(line in messages, f"log line {line!r} missing")
+    check(any(msg.startswith("SUCCESS: QzFile::CloneQzVolFolderOfSystemVolumeIntoDataDir_IfNeeded")
+              for msg in messages), "no SUCCESS line")
+    r = m.run("-volumeinfo", "C:\\")
+    check_match(volumeinfo_re(GUID_C, MINE, "gm", system="true"), r.stdout.split("\n", 1)[1], "-volumeinfo C:\\")
+
+
+def test_drive_ping_wakes_selected_drives_and_reports_them(m):
+    m.make_datadir()
+    m.write_install_xml(hguid=MINE)
+    d = m.map_drive("D")
+    mark(d, id_xml(GUID_D, MINE))
+    e = m.map_drive("E")
+    write(os.path.join(e, "a.txt"), "a")
+    settings(m, (GUID_D, "D:\\"), (GUID_E, "E:\\"), (GUID_C, "Y:\\"))
+    r = m.run("-pingdrives_thatare_selectedforbackup")
+    check_eq(r.rc, 0, "exit code")
+    check_eq(r.stdout, f"driveReport=[D:\\ {GUID_D} attached qzvol_id_xml_ok][E:\\ {GUID_E} attached "
+                       f"no_qzvol_id_xml_file_present][Y:\\ {GUID_C} not_attached not_attached]"
+                       "___abstr=selected=3,attached=2,markerOk=1, signConnect=false\n", "ping output")
+    messages = m.log_messages()
+    before = [x for x in messages if "before doing anything" in x]
+    after = [x for x in messages if "after pinging the drives" in x]
+    check_eq(len(before) + len(after), 2, "report lines")
+    check_match(r"^PingDrivesThatAreSelectedForBackup: \(processId=\d+\) -   before doing anything,  "
+                r"todayDateTimeStr=\d{4}-\d\d-\d\d \d\d:\d\d:\d\d,     driveReport=\[D:.*___abstr=selected=3,", before[0],
+                "before line")
+    check(", signConnect=false," in after[0], f"after line: {after[0]!r}")
+    folder = os.path.join(d, ".qzvol")
+    check_eq(sorted(n for n in os.listdir(folder) if n.startswith(("wake_", "ping_"))), ["ping_qzfilelist.log"],
+             "files left in the marker folder")
+    check_match(r"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d processId=\d+ random=\d+ woke\n$",
+                read(os.path.join(folder, "ping_qzfilelist.log")), "ping log")
+    check(not os.path.exists(os.path.join(e, ".qzvol")), "a drive without marker was written to")
+
+
+def test_settings_are_loaded_at_startup(m):
+    m.make_datadir()
+    settings(m, (GUID_D, "D:\\"), (GUID_D, "D:\\"))
+    m.run("-is64bit")
+    check(f"ERROR: QzInfoManager::ReadControlPanelSettingsFromQzInfoXmlFile - removing dup qzvolume qzVolGuid="
+          f"{GUID_D}, mountPoint=D:\\" in m.log_messages(), "the settings were not read at start-up")

@@ -1,0 +1,55 @@
+// A fixture for the registry, list-name and alert-level tests: an empty data
+// directory at its default place, a log in a scratch folder, and a clock the
+// test moves (it starts at the real time, so log lines land in today's file).
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+
+#include "QzFile.h"
+#include "QzLog.h"
+#include "QzTime.h"
+#include "TestScratch.h"
+
+namespace QzRegistryTest {
+
+constexpr int64_t kDay = QzTime::kMillisPerDay;
+
+class Fixture : public ::testing::Test {
+protected:
+    static inline int64_t now_ = 0;
+    static int64_t Clock() { return now_; }
+
+    void SetUp() override {
+        QzFile::ResetLocationCachesForTesting();
+        data_ = QzFile::GetDataDir();
+        RemoveData();
+        ASSERT_TRUE(QzFile::CreateDirectoryRecursive(data_.c_str()));
+        QzLog::Open(QzCat(QzTest::NewScratchSubdir("registrylog"), "qzfilelist").c_str(), nullptr);
+        now_ = QzTime::GetCurrentGmtMillis();
+        QzTime::SetClockForTesting(&Clock);
+    }
+    void TearDown() override {
+        QzTime::SetClockForTesting(nullptr);
+        QzLog::Close();
+        RemoveData();
+    }
+    void RemoveData() {
+        std::error_code ec;
+        std::filesystem::remove_all(QzTest::HostPath(data_), ec);
+    }
+    bool Logged(const std::string& text) const {
+        std::string all;
+        for (int d = 0; d <= 31; ++d) all += QzTest::ReadFile(QzLog::DayFilePath(d));
+        return all.find(text) != std::string::npos;
+    }
+    QzString Data(const char* relative) const { return QzCat(data_, relative); }
+    void Write(const char* relative, const std::string& text) { ASSERT_TRUE(QzTest::WriteFile(Data(relative), text)); }
+
+    QzString data_;
+};
+
+}  // namespace QzRegistryTest
