@@ -190,16 +190,6 @@ void ReadSelectedVolumes(const Reader& r, QzSettings& s) {
     }
 }
 
-void ReadDirectoryChoices(const Reader& r, QzSettings& s) {
-    for (const QzString& snippet : r.Elements("qzdirfilter")) {
-        QzSettings::DirFilter f;
-        QzFile::GetUniqueStrAttrFromXmlSnippet(snippet, "dir", &f.dir);
-        QzFile::GetUniqueStrAttrFromXmlSnippet(snippet, "whichfiles", &f.whichFiles);
-        s.dirFilters.push_back(f);
-    }
-    s.doBackupBlocks = r.Elements("do_backup");
-}
-
 }  // namespace
 
 bool IsWellFormedVolumeGuid(const QzString& vguid) {
@@ -234,7 +224,7 @@ bool ReadControlPanelSettingsFromQzInfoXmlFile() {
     ReadScalars(r, s);
     ReadBlockedNetworks(r, s);
     ReadSelectedVolumes(r, s);
-    ReadDirectoryChoices(r, s);
+    ParseQzInfoForFilesToWatch(path, text, &s.filesToWatch);
     return true;
 }
 

@@ -128,6 +128,7 @@ TEST_F(QzSettingsTest, BlockedNetworksNeedBothValues) {
         "<qzblocked_network blocked_network_name=\"Home\" />\n"
         "<qzblocked_network blocked_network_name=\"\" blocked_network_mac_addr=\"001122334455\" />\n"
         "<qzblocked_network blocked_network_name=\"Work\" blocked_network_mac_addr=\"00112233445\" />\n"
+        "<filesetdef filesetname=\"docs\" extensions=\"doc,docx\" />\n"
         "<do_backup>\n<qzdirfilter dir=\"C:\\Users\" whichfiles=\"docs\" />\n</do_backup>\n");
     ASSERT_TRUE(QzInfoManager::ReadControlPanelSettingsFromQzInfoXmlFile());
     const QzSettings& s = QzInfoManager::Settings();
@@ -138,9 +139,10 @@ TEST_F(QzSettingsTest, BlockedNetworksNeedBothValues) {
     EXPECT_TRUE(Logged(prefix + "no blocked_network_mac_addr="));
     EXPECT_TRUE(Logged(prefix + "too short blocked_network_name="));
     EXPECT_TRUE(Logged(prefix + "too short blocked_network_mac_addr=00112233445"));
-    ASSERT_EQ(s.dirFilters.size(), 1u);
-    EXPECT_STREQ(s.dirFilters[0].whichFiles.c_str(), "docs");
-    EXPECT_EQ(s.doBackupBlocks.size(), 1u);
+    // The directories to watch are read along with the settings.
+    ASSERT_EQ(s.filesToWatch.dirs.size(), 1u);
+    EXPECT_STREQ(s.filesToWatch.dirs[0].dir.c_str(), "C:\\Users");
+    EXPECT_STREQ(s.filesToWatch.dirs[0].whichFiles.c_str(), "docs");
 }
 
 TEST(QzVolumeGuidForm, OnlyTheWrittenFormIsWellFormed) {

@@ -1,0 +1,344 @@
+// The two rule files on disk: writing a missing one from the built-in text,
+// and merging the numbered default blocks into the user's editable file.
+//
+// Nothing here edits a file in place. A new or merged file is written whole
+// under a ".tmp" name and moved over the real one in one step, so the client
+// never reads half a file and a failure leaves the old file as it was.
+#include <algorithm>
+
+#include "QzFile.h"
+#include "QzLog.h"
+#include "QzOs.h"
+#include "QzRuleFiles.h"
+#include "QzRuleTexts.h"
+#include "QzTime.h"
+
+namespace QzRuleFiles {
+
+namespace {
+
+constexpr int kWriteAttempts = 10;
+constexpr int kSwapAttempts = 15;
+constexpr uint32_t kSwapPauseMillis = 200;
+constexpr uint32_t kRetryPauseMillis = 100;
+constexpr const char* kEndTag = "</qzexclusions>";
+// "<qzexclusions></qzexclusions>": anything shorter cannot hold the root element.
+constexpr int32_t kShortestRuleFile = 29;
+
+void (*g_sleep)(uint32_t) = nullptr;
+
+void Log(const QzString& line) {
+    QzLog::WriteLine(line);
+}
+
+// Writes `text` to path + ".tmp" and moves it over `path`, each step tried up
+// to ten times.
+bool WriteFileWhole(const QzString& path, const QzString& text) {
+    const QzString tmp = QzCat(path, ".tmp");
+    int i = 0, j = 0;
+    bool written = false, moved = false;
+    while (!written && i < kWriteAttempts) {
+        ++i;
+        written = QzFile::WriteEntireFile(tmp.c_str(), text.c_str(), text.Length());
+        if (!written) Sleep(kRetryPauseMillis);
+    }
+    while (written && !moved && j < kWriteAttempts) {
+        ++j;
+        moved = QzFile::AtomicMoveFile(tmp.c_str(), path.c_str());
+        if (!moved) Sleep(kRetryPauseMillis);
+    }
+    if (moved) {
+        Log(QzCat("MakeSureExcludeRulesFilesExistIn_qzdata_Folder - successfully wrote out fileName=", path));
+        return true;
+    }
+    Log(QzCat("ERROR: MakeSureExcludeRulesFilesExistIn_qzdata_Folder - something bad occurred, i=", i,
+              ", j=", j, ", fileName=", path));
+    QzFile::DeleteFileIfExists(tmp.c_str());
+    return false;
+}
+
+// The merge log goes aside so that every block is merged again.
+void MoveMergeLogAside(const QzString& dataDir) {
+    const QzString log = MergeLogPath(dataDir);
+    if (!QzFile::FileExists(log.c_str())) {
+        Log(QzCat("MakeSureExcludeRulesFilesExistIn_qzdata_Folder - mergeLog_did_not_exist fName=", log));
+        return;
+    }
+    Log(QzCat(
+        "MakeSureExcludeRulesFilesExistIn_qzdata_Folder - mergeLog_existed, so about to move aside fName=",
+        log));
+    if (QzFile::AtomicMoveFile(log.c_str(), QzCat(log, ".aside").c_str()))
+        Log(
+            QzCat("MakeSureExcludeRulesFilesExistIn_qzdata_Folder - mergeLog_existed, successfully moved "
+                  "aside fName=",
+                  log));
+    else
+        Log(QzCat(
+            "ERROR - MakeSureExcludeRulesFilesExistIn_qzdata_Folder - mergeLog_existed, but failed to moving "
+            "aside fName=",
+            log));
+}
+
+// The block numbers the merge log names: the quoted value after
+// "qzmergeblock" on each line.
+bool ReadMergedBlocks(const QzString& logPath, std::vector<QzString>* blocksRet) {
+    blocksRet->clear();
+    if (!QzFile::FileExists(logPath.c_str())) {
+        Log(QzCat("MakeSureAllEditableExcludeRuleBlocksAreMerged, merge log fileName=", logPath,
+                  " does not exist yet, which is fine."));
+        return true;
+    }
+    std::vector<QzString> lines;
+    QzString err;
+    if (!QzFile::ReadFileIntoLines(logPath.c_str(), &lines, &err)) {
+        Log(QzCat(
+            "ERROR MakeSureAllEditableExcludeRuleBlocksAreMerged, merge log exists, but could not read it, "
+            "fileName=",
+            logPath, ", err=", err));
+        return false;
+    }
+    for (const QzString& line : lines) {
+        if (line.IsEmpty()) continue;
+        const int32_t at = line.Find("qzmergeblock");
+        const int32_t open = at < 0 ? -1 : line.Find("\"", at);
+        const int32_t close = open < 0 ? -1 : line.Find("\"", open + 1);
+        if (close < 0 || close - open - 1 < 3) {
+            Log(QzCat(
+                "WARNING MakeSureAllEditableExcludeRuleBlocksAreMerged, ignoring merge log line without a "
+                "qzmergeblock number: ",
+                line));
+            continue;
+        }
+        blocksRet->emplace_back(line.c_str() + open + 1, close - open - 1);
+    }
+    return true;
+}
+
+// "merged_" + local date and time + ` qzmergeblock="NNN"`, one line appended.
+bool AppendMergeLogLine(const QzString& dataDir, const QzString& block) {
+    const int64_t now = QzTime::GetCurrentGmtMillis();
+    QzOs::TimeZoneState zone;
+    const int64_t local =
+        QzOs::GetTimeZoneState(now, &zone) ? now + int64_t{zone.offsetMinutes} * 60000 : now;
+    QzString line("merged_");
+    QzTime::AppendLogDateTime(line, local);
+    line.Append(QzCat(" qzmergeblock=\"", block, "\"\n"));
+
+    QzOs::CreateDirectory(QzCat(dataDir, "qzreports").c_str());  // the data directory itself must exist
+    QzOs::Handle h;
+    if (QzOs::OpenFile(MergeLogPath(dataDir).c_str(), QzOs::OpenMode::Append, &h) != QzOs::ErrSuccess)
+        return false;
+    const bool ok =
+        QzOs::WriteFile(h, line.c_str(), static_cast<uint32_t>(line.Length())) == QzOs::ErrSuccess;
+    QzOs::CloseFile(h);
+    return ok;
+}
+
+bool Contains(const std::vector<QzString>& list, const QzString& s) {
+    return std::any_of(list.begin(), list.end(), [&](const QzString& x) { return x.Equals(s); });
+}
+
+}  // namespace
+
+QzString MandatoryPath(const QzString& dataDir) {
+    return QzCat(dataDir, "qzexcluderules_mandatory.xml");
+}
+QzString EditablePath(const QzString& dataDir) {
+    return QzCat(dataDir, "qzexcluderules_editable.xml");
+}
+QzString MergeLogPath(const QzString& dataDir) {
+    return QzCat(dataDir, "qzreports", "\\", "qzexcluderules_editable_mergelog.txt");
+}
+QzString QzInfoPath(const QzString& dataDir) {
+    return QzCat(dataDir, "qzinfo.xml");
+}
+
+void Sleep(uint32_t millis) {
+    if (g_sleep)
+        g_sleep(millis);
+    else
+        QzOs::Sleep(millis);
+}
+
+void SetSleepForTesting(void (*sleep)(uint32_t millis)) {
+    g_sleep = sleep;
+}
+
+bool RemoveXmlComments(const QzString& in, QzString* out, int32_t* unterminatedAtRet) {
+    out->Clear();
+    int32_t pos = 0;
+    for (;;) {
+        const int32_t start = in.Find("<!--", pos);
+        if (start < 0) {
+            out->Append(in.c_str() + pos, in.Length() - pos);
+            return true;
+        }
+        out->Append(in.c_str() + pos, start - pos);
+        const int32_t end = in.Find("-->", start + 4);
+        if (end < 0) {
+            if (unterminatedAtRet) *unterminatedAtRet = start;
+            return false;
+        }
+        pos = end + 3;
+    }
+}
+
+bool MakeSureRuleFilesExist(const QzString& dataDir, bool* editableChangedRet) {
+    if (editableChangedRet) *editableChangedRet = false;
+    bool allThere = true;
+
+    const QzString editable = EditablePath(dataDir);
+    if (QzFile::FileExists(editable.c_str())) {
+        Log(QzCat("MakeSureExcludeRulesFilesExistIn_qzdata_Folder - fileName already exists=", editable));
+    } else if (!WriteFileWhole(editable, QzRuleTexts::EditableText())) {
+        allThere = false;
+    } else {
+        if (editableChangedRet) *editableChangedRet = true;
+        Log("MakeSureExcludeRulesFilesExistIn_qzdata_Folder - created editable rules so must reapply the "
+            "entire list "
+            "of merged editable rules.");
+        MoveMergeLogAside(dataDir);
+        MergeEditableRuleBlocks(dataDir);
+    }
+
+    const QzString mandatory = MandatoryPath(dataDir);
+    if (QzFile::FileExists(mandatory.c_str())) {
+        Log(QzCat("MakeSureExcludeRulesFilesExistIn_qzdata_Folder - fileName already exists=", mandatory));
+    } else if (!WriteFileWhole(mandatory, QzRuleTexts::MandatoryText())) {
+        allThere = false;
+    }
+    return allThere;
+}
+
+bool MergeEditableRuleBlocks(const QzString& dataDir) {
+    Log("Entering MakeSureAllEditableExcludeRuleBlocksAreMerged");
+    const QzString path = EditablePath(dataDir);
+    if (!QzFile::FileExists(path.c_str())) {
+        Log(
+            QzCat("ERROR MakeSureAllEditableExcludeRuleBlocksAreMerged, editable rules file does not exist "
+                  "fileName=",
+                  path, ", bailing out with false - nothing modified"));
+        return false;
+    }
+    QzString text, err;
+    if (!QzFile::ReadEntireFile(path.c_str(), &text, &err)) {
+        Log(QzCat(
+            "ERROR MakeSureAllEditableExcludeRuleBlocksAreMerged, file exists, but could not read editable "
+            "rules fileName=",
+            path));
+        return false;
+    }
+    if (text.Length() < kShortestRuleFile) {
+        Log(QzCat(
+            "ERROR MakeSureAllEditableExcludeRuleBlocksAreMerged, file exists, read in, but length too short "
+            "for editable rules fileName=",
+            path));
+        return false;
+    }
+    if (text.Find(kEndTag) < 0) {
+        Log(
+            QzCat("ERROR MakeSureAllEditableExcludeRuleBlocksAreMerged, file exists, some content exists, "
+                  "but no end "
+                  "tag </qzexclusions> inside editable rules fileName=",
+                  path));
+        return false;
+    }
+    const QzString logPath = MergeLogPath(dataDir);
+    std::vector<QzString> merged;
+    if (!ReadMergedBlocks(logPath, &merged)) return false;
+
+    const QzString& blocks = QzRuleTexts::MergeBlocksText();
+    std::vector<QzString> rules;
+    QzFile::GetAllXmlSnippetsWithTagNameInXmlText(blocks.c_str(), blocks.Length(), "excludefname_rule",
+                                                  &rules);
+    int inserted = 0;
+    for (size_t i = 0; i < rules.size(); ++i) {
+        const QzString& rule = rules[i];
+        const auto index = static_cast<long long>(i);
+        QzString block, plat;
+        if (!QzFile::GetUniqueStrAttrFromXmlSnippet(rule, "qzmergeblock", &block) || block.IsEmpty()) {
+            Log(
+                QzCat("ERROR MakeSureAllEditableExcludeRuleBlocksAreMerged, impossible path_A, a mergable "
+                      "rule has no "
+                      "qzmergeblock, index=",
+                      index));
+            continue;
+        }
+        if (Contains(merged, block)) {
+            Log(QzCat("MakeSureAllEditableExcludeRuleBlocksAreMerged, skipping rule because qzmergeblock=",
+                      block, " was already merged at some point in the past, index=", index));
+            continue;
+        }
+        if (!AppendMergeLogLine(dataDir, block))
+            Log(QzCat(
+                "ERROR MakeSureAllEditableExcludeRuleBlocksAreMerged, VERY_BAD failed to append log line to "
+                "merge_log which will result in duplicate editable rules merges, logFileName=",
+                logPath));
+        if (!QzFile::GetUniqueStrAttrFromXmlSnippet(rule, "plat", &plat)) {
+            Log(
+                QzCat("ERROR MakeSureAllEditableExcludeRuleBlocksAreMerged, very bad path_C, a mergable rule "
+                      "has no "
+                      "plat, index=",
+                      index));
+            continue;
+        }
+        if (!plat.Equals("win")) {
+            Log(QzCat(
+                "MakeSureAllEditableExcludeRuleBlocksAreMerged, skipping over mergable rule because plat=",
+                plat, " is not our platform=", "win",
+                " (this is fine and expected for some rules), skipping this mergableItem index=", index));
+            continue;
+        }
+        const int32_t end = text.Find(kEndTag);
+        if (end < 10) {
+            Log(
+                QzCat("ERROR MakeSureAllEditableExcludeRuleBlocksAreMerged, impossible path_D, no end tag "
+                      "</qzexclusions> after the first 10 characters of fileName=",
+                      path, ", index=", index));
+            continue;
+        }
+        QzString next(text.c_str(), end);
+        next.Append(QzCat(rule, "\n"));
+        next.Append(text.c_str() + end, text.Length() - end);
+        text = std::move(next);
+        ++inserted;
+    }
+    if (inserted == 0) {
+        Log(
+            QzCat("MakeSureAllEditableExcludeRuleBlocksAreMerged, no rules were merged into RAM, so not "
+                  "writing file "
+                  "out to disk, fName=",
+                  path));
+        Log("Leaving MakeSureAllEditableExcludeRuleBlocksAreMerged, returning false - no files were "
+            "modified.");
+        return false;
+    }
+    const QzString tmp = QzCat(path, ".tmp");
+    if (!QzFile::WriteEntireFile(tmp.c_str(), text.c_str(), text.Length())) {
+        Log(QzCat("ERROR - MakeSureAllEditableExcludeRuleBlocksAreMerged, failed to write tmp fileNameTmp=",
+                  tmp));
+        QzFile::DeleteFileIfExists(tmp.c_str());
+        return false;
+    }
+    for (int attempt = 1;; ++attempt) {
+        if (QzFile::AtomicMoveFile(tmp.c_str(), path.c_str())) break;
+        if (attempt >= kSwapAttempts) {
+            Log(QzCat("ERROR - MakeSureAllEditableExcludeRuleBlocksAreMerged, attempt=", attempt,
+                      " failed after many attempts to swap in newly updated fileName=", path));
+            QzFile::DeleteFileIfExists(tmp.c_str());
+            return false;
+        }
+        Log(QzCat("WARNING - MakeSureAllEditableExcludeRuleBlocksAreMerged, attempt=", attempt,
+                  " failed one attempt but will retry to swap in newly updated fileName=", path));
+        Sleep(kSwapPauseMillis);
+    }
+    Log(QzCat(
+        "MakeSureAllEditableExcludeRuleBlocksAreMerged, successfully swapped in newly_updated fileName=",
+        path));
+    Log("Leaving MakeSureAllEditableExcludeRuleBlocksAreMerged, returning true - succesfully merged some "
+        "rules and "
+        "updated file.");
+    return true;
+}
+
+}  // namespace QzRuleFiles

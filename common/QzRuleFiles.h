@@ -1,0 +1,57 @@
+// The exclusion rule files in a given data directory: creating them, merging
+// new default blocks into the editable one, the migration test, the rules
+// made from the settings, the whole load, and the coarse directory test.
+// QzInfoManager's functions call these with the program's data directory;
+// tests call them with a scratch one.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "QzString.h"
+
+class QzRuleTree;
+
+namespace QzRuleFiles {
+
+QzString MandatoryPath(const QzString& dataDir);  // "qzexcluderules_mandatory.xml"
+QzString EditablePath(const QzString& dataDir);   // "qzexcluderules_editable.xml"
+QzString MergeLogPath(const QzString& dataDir);   // "qzreports\qzexcluderules_editable_mergelog.txt"
+QzString QzInfoPath(const QzString& dataDir);     // "qzinfo.xml"
+
+// MakeSureExcludeRulesFilesExistIn_qzdata_Folder.
+bool MakeSureRuleFilesExist(const QzString& dataDir, bool* editableChangedRet);
+// MakeSureAllEditableExcludeRuleBlocksAreMerged.
+bool MergeEditableRuleBlocks(const QzString& dataDir);
+// WeNeedToLoadRegistryExclusionRulesBecauseMigration.
+bool NeedRegistryRulesBecauseMigration(const QzString& dataDir);
+// ParseQzInfo_MakeIntoExcludeFileNameRulesXml.
+bool MakeQzInfoRulesXml(const QzString& dataDir, QzString* xmlRet);
+// LoadAllExcludeFilenameRulesProperly, into the given tree (cleared first).
+bool LoadAllRules(const QzString& dataDir, QzRuleTree* tree);
+
+// The directory test of the top-level directory list, with its inputs read
+// once by Load.
+class DirExclusions {
+public:
+    void Load(const QzString& dataDir);
+    bool IsExcluded(const QzString& dirPath) const;
+
+private:
+    std::vector<QzString> filterDirs_;    // "qzdirfilter" dirs whose element says whichfiles="none"
+    std::vector<QzString> rulePrefixes_;  // prefixes of the Windows rules, mandatory then editable
+};
+
+// Removes every "<!--" ... "-->". On an unterminated comment the text from it
+// on is dropped, its offset goes to *unterminatedAtRet and false is returned.
+bool RemoveXmlComments(const QzString& in, QzString* out, int32_t* unterminatedAtRet);
+
+// Forgets the rate limiting of the empty "excludefiletypes" warning of the
+// files-to-watch reader, as in a new process.
+void ResetFilesToWatchWarningForTesting();
+
+// The pause between attempts; tests replace it to run without waiting.
+void Sleep(uint32_t millis);
+void SetSleepForTesting(void (*sleep)(uint32_t millis));
+
+}  // namespace QzRuleFiles

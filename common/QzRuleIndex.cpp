@@ -1,0 +1,240 @@
+// The fast form of the exclusion decision; see QzRuleIndex.h. It must give
+// exactly the rule the tree walk (QzRuleTree::FindExcludingRuleByWalkingTheTree)
+// gives, which the unit tests and the fuzzer check on many paths.
+#include "QzRuleIndex.h"
+
+#include "QzRuleTree.h"
+
+using namespace QzRuleIndexWords;
+
+namespace {
+
+bool ContainsFrom(const char* hay, int32_t haylen, const char* needle, int32_t nlen) {
+    if (nlen <= 0 || nlen > haylen) return false;
+    const char* end = hay + haylen - nlen + 1;  // last start + 1
+    for (const char* p = hay; p < end; ++p) {
+        p = static_cast<const char*>(std::memchr(p, needle[0], static_cast<size_t>(end - p)));
+        if (!p) return false;
+        if (SameBytes(p + 1, needle + 1, nlen - 1)) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+void QzRuleIndex::CollectTrieMatches(int32_t root) {
+    const char* s = lower_.c_str() + 1;  // prefixes are compared from the path's second character
+    int32_t limit = len_ - 1;
+    if (limit > QzRuleTree::kMaxPrefixCompare) limit = QzRuleTree::kMaxPrefixCompare;
+    int32_t node = root;
+    for (int32_t i = 0; i < limit; ++i) {
+        const auto c = static_cast<unsigned char>(s[i]);
+        int32_t child = trie_[static_cast<size_t>(node)].firstChild;
+        while (child >= 0 && trie_[static_cast<size_t>(child)].byte != c)
+            child = trie_[static_cast<size_t>(child)].nextSibling;
+        if (child < 0) return;
+        node = child;
+        for (int32_t g = trie_[static_cast<size_t>(node)].group; g >= 0;
+             g = sameKeyNext_[static_cast<size_t>(g)])
+            matched_.push_back(g);
+    }
+}
+
+void QzRuleIndex::PrepareExtension() {
+    haveExt_ = true;
+    const char* p = lower_.c_str();
+    ext_ = p + len_;
+    for (int32_t i = len_ - 1; i >= 0 && p[i] != '\\' && p[i] != '/'; --i) {
+        if (p[i] == '.') {
+            ext_ = p + i + 1;
+            break;
+        }
+    }
+    extLen_ = static_cast<int32_t>(p + len_ - ext_);
+    extHash_ = HashBytes(ext_, extLen_);
+}
+
+// Finds the path's separators and hashes the four and eight bytes from each.
+void QzRuleIndex::PrepareWords() {
+    haveWords_ = true;
+    std::memset(words_, 0, sizeof words_);
+    if (separators_.size() < static_cast<size_t>(len_)) {
+        separators_.resize(static_cast<size_t>(len_));
+        pathKeys_.resize(2 * static_cast<size_t>(len_));
+    }
+    const char* p = lower_.c_str();
+    int32_t* seps = separators_.data();
+    int32_t n = 0;
+    int32_t i = 0;
+    if (kLittleEndian) {
+        for (; i + 8 <= len_; i += 8) {
+            const uint64_t w = Load64(p + i);
+            for (uint64_t m = BytesEqual(w, '\\') | BytesEqual(w, '/') | BytesEqual(w, ':'); m; m &= m - 1)
+                seps[n++] = i + std::countr_zero(m) / 8;
+        }
+    }
+    for (; i < len_; ++i)
+        if (IsSeparator(p[i])) seps[n++] = i;
+    numSeparators_ = n;
+
+    uint16_t* keys = pathKeys_.data();
+    int32_t k = 0;
+    for (int32_t s = 0; s < n; ++s) {
+        const int32_t at = seps[s];
+        if (at + 4 > len_) break;
+        const uint16_t h4 = Hash4(p + at);
+        words_[kWord4][h4 >> 6] |= 1ULL << (h4 & 63);
+        keys[k++] = static_cast<uint16_t>(kWord4 * kHashSize + h4);
+        if (at + 8 > len_) continue;
+        const uint16_t h8 = Hash8(p + at);
+        words_[kWord8][h8 >> 6] |= 1ULL << (h8 & 63);
+        keys[k++] = static_cast<uint16_t>(kWord8 * kHashSize + h8);
+    }
+    numPathKeys_ = k;
+}
+
+// A text with a separator can only lie where its separator meets one of the
+// path's; one without is searched for byte by byte.
+bool QzRuleIndex::Contains(const Needle& n) {
+    if (n.len <= 0 || n.len > len_) return false;
+    const char* p = lower_.c_str();
+    if (n.separator < 0) return ContainsFrom(p, len_, n.text, n.len);
+    if (!haveWords_) PrepareWords();
+    for (int32_t s = 0; s < numSeparators_; ++s) {
+        const int32_t start = separators_[static_cast<size_t>(s)] - n.separator;
+        if (start < 0) continue;
+        if (start + n.len > len_) return false;
+        if (SameBytes(p + start, n.text, n.len)) return true;
+    }
+    return false;
+}
+
+bool QzRuleIndex::MayHold(Probe key) {
+    switch (key.kind) {
+        case kWord4:
+        case kWord8:
+            if (!haveWords_) PrepareWords();
+            return (words_[key.kind][key.hash >> 6] >> (key.hash & 63)) & 1;
+        case kTail:
+            return key.hash == tailHash_;
+        default:
+            return true;
+    }
+}
+
+bool QzRuleIndex::RuleHolds(const Rule& r) {
+    if (r.never) return false;
+    const char* p = lower_.c_str();
+    if (r.endsWith.len > 0) {
+        if (r.endsWith.len > len_ || (tail_ & r.endMask) != r.endTail) return false;
+        if (r.endsWith.len > 8 && !SameBytes(p + len_ - r.endsWith.len, r.endsWith.text, r.endsWith.len - 8))
+            return false;
+    }
+    for (int i = 0; i < r.numProbes; ++i)
+        if (!MayHold(r.probes[i])) return false;
+    if (r.contains1.len >= 0 && !Contains(r.contains1)) return false;
+    if (r.contains2.len >= 0 && !Contains(r.contains2)) return false;
+    for (int32_t i = 0; i < r.dncCount; ++i)
+        if (Contains(doesNotContain_[static_cast<size_t>(r.dncBegin + i)])) return false;
+    return true;
+}
+
+QzExcludeRuleNode* QzRuleIndex::TestList(const List& list) {
+    if (list.byKey < 0) {
+        // Most rules fail on their key; that test runs over a packed array and
+        // only the survivors are tested in full.
+        const Probe* keys = ruleKey_.data() + list.begin;
+        for (int32_t i = 0; i < list.count; ++i) {
+            if (!MayHold(keys[i])) continue;
+            const Rule& r = rules_[static_cast<size_t>(list.begin + i)];
+            if (RuleHolds(r)) return r.node;
+        }
+        return nullptr;
+    }
+    // A long list: mark the rules whose key the path shows, then test those
+    // (and the rules without a key) in list order.
+    const ByKey& bk = byKey_[static_cast<size_t>(list.byKey)];
+    uint64_t* cand = candidates_.data();
+    std::memcpy(cand, alwaysBits_.data() + bk.alwaysBits, static_cast<size_t>(bk.words) * 8);
+    if (!haveWords_) PrepareWords();
+    const int32_t* offsets = keyOffsets_.data() + bk.offsets;
+    auto mark = [&](int key) {
+        for (int32_t k = offsets[key]; k < offsets[key + 1]; ++k) {
+            const int32_t pos = keyPositions_[static_cast<size_t>(k)];
+            cand[pos >> 6] |= 1ULL << (pos & 63);
+        }
+    };
+    for (int32_t i = 0; i < numPathKeys_; ++i) mark(pathKeys_[static_cast<size_t>(i)]);
+    if (tailHash_ < kHashSize) mark(kTail * kHashSize + tailHash_);
+    for (int32_t w = 0; w < bk.words; ++w) {
+        for (uint64_t m = cand[w]; m; m &= m - 1) {
+            const Rule& r = rules_[static_cast<size_t>(list.begin + w * 64 + std::countr_zero(m))];
+            if (RuleHolds(r)) return r.node;
+        }
+    }
+    return nullptr;
+}
+
+QzExcludeRuleNode* QzRuleIndex::TestGroup(int32_t gi) {
+    const Group& g = groups_[static_cast<size_t>(gi)];
+    if (g.extCount > 0) {
+        if (!haveExt_) PrepareExtension();
+        const int32_t* table = extTable_.data() + g.extTable;
+        for (uint32_t slot = extHash_ & static_cast<uint32_t>(g.extMask);;
+             slot = (slot + 1) & static_cast<uint32_t>(g.extMask)) {
+            const int32_t i = table[slot];
+            if (i < 0) break;
+            const ExtRules& x = exts_[static_cast<size_t>(i)];
+            if (x.len == extLen_ && x.hash == extHash_ && SameBytes(x.ext, ext_, extLen_))
+                return TestList(x.list);
+        }
+    }
+    return TestList(g.any);
+}
+
+QzExcludeRuleNode* QzRuleIndex::FindExcludingRule(const char* path, int32_t len) {
+    const auto key3 = QzStringUtil::ToLower(static_cast<unsigned char>(len > 3 ? path[3] : 0));
+    const auto key4 = QzStringUtil::ToLower(static_cast<unsigned char>(len > 4 ? path[4] : 0));
+    const int32_t b = keyToBucket_.empty() ? -1 : keyToBucket_[(static_cast<size_t>(key3) << 8) | key4];
+    if (b < 0 && starGroup_ < 0) return nullptr;
+
+    // The lower-case copy, eight bytes at a time.
+    if (!lower_.Reserve(len + 1, true)) return nullptr;
+    char* d = lower_.Data();
+    int32_t i = 0;
+    for (; i + 8 <= len; i += 8) {
+        const uint64_t w = LowerAscii8(Load64(path + i));
+        std::memcpy(d + i, &w, 8);
+    }
+    for (; i < len; ++i) d[i] = static_cast<char>(QzStringUtil::ToLower(static_cast<unsigned char>(path[i])));
+    lower_.SetLength(len);
+    len_ = len;
+    haveExt_ = haveWords_ = false;
+    tail_ = PackedTail(d, len);
+    tailHash_ = len >= 4 ? Hash4(d + len - 4) : 0xFFFF;
+
+    matched_.clear();
+    if (b >= 0) {
+        const Bucket& bucket = buckets_[static_cast<size_t>(b)];
+        if (bucket.trieRoot >= 0) {
+            CollectTrieMatches(bucket.trieRoot);
+        } else {
+            for (int32_t k = 0; k < bucket.groupsCount; ++k) {
+                const int32_t gi = bucketGroups_[static_cast<size_t>(bucket.groupsBegin + k)];
+                const Group& g = groups_[static_cast<size_t>(gi)];
+                if (len - 1 >= g.prefixLen && SameBytes(d + 1, g.prefix, g.prefixLen)) matched_.push_back(gi);
+            }
+        }
+    }
+    if (starGroup_ >= 0) matched_.push_back(starGroup_);
+    // Groups are visited in array order; there are only a few.
+    for (size_t a = 1; a < matched_.size(); ++a) {
+        const int32_t v = matched_[a];
+        size_t k = a;
+        for (; k > 0 && matched_[k - 1] > v; --k) matched_[k] = matched_[k - 1];
+        matched_[k] = v;
+    }
+    for (const int32_t gi : matched_)
+        if (QzExcludeRuleNode* hit = TestGroup(gi)) return hit;
+    return nullptr;
+}

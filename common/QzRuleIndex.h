@@ -1,0 +1,147 @@
+// A lookup structure derived from the exclusion rule tree that gives, for a
+// path, the same first matching rule as walking the tree, with less work:
+//
+// - Groups are bucketed by the two key characters (prefix positions 2 and 3,
+//   path positions 3 and 4), so one table look-up replaces the key test of
+//   every group. A bucket with many groups keeps their prefixes in a trie,
+//   walked once along the path.
+// - Per group and file extension, the rules of the extension's node and of
+//   the "any extension" node are laid out flat in the order the tree visits
+//   them (a "list").
+// - Each rule has a key that any path it matches must show: the last four
+//   bytes of its ends-with text, or else a word of a contains text. A
+//   contains text found in a path puts its separators ("\", "/", ":") on the
+//   path's separators, so the four or eight bytes after one of its
+//   separators also follow one of the path's. Per call the path's words are
+//   hashed once; a rule whose key the path lacks is skipped without reading
+//   the path. A long list keeps its rules by key, so only the rules whose key
+//   the path shows are visited at all.
+// These are necessary conditions only: a rule that passes them is tested in
+// full, in list order, so answers never change.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "QzRuleIndexWords.h"
+#include "QzString.h"
+
+struct QzExcludeRuleNode;
+
+class QzRuleIndex {
+public:
+    // Rebuilds from the tree's groups, in array order. False when memory ran out.
+    bool Build(QzExcludeRuleNode* const* groups, int32_t numGroups);
+
+    // The rule that walking the tree would find first for this path, or null.
+    QzExcludeRuleNode* FindExcludingRule(const char* path, int32_t len);
+
+private:
+    static constexpr int kMaxProbes = 4;
+    static constexpr int kHashSize = 1 << QzRuleIndexWords::kHashBits;
+    static constexpr int32_t kLinearBucketLimit = 8;  // more groups per key: trie
+    static constexpr int32_t kLinearListLimit = 16;   // more rules per list: by key
+
+    // Kinds of key; a key's number is kind * kHashSize + hash.
+    enum : uint8_t { kWord4 = 0, kWord8 = 1, kTail = 2, kNoKey = 3 };
+    static constexpr int kNumKeys = 3 * kHashSize;
+
+    struct Needle {
+        const char* text = nullptr;
+        int32_t len = -1;        // -1: criterion absent
+        int32_t separator = -1;  // offset of its first separator, -1 when it has none
+    };
+    struct Probe {
+        uint16_t hash = 0;
+        uint8_t kind = kNoKey;
+    };
+    struct Rule {
+        QzExcludeRuleNode* node = nullptr;
+        Needle endsWith, contains1, contains2;
+        uint64_t endTail = 0, endMask = 0;  // the ends-with text's last (up to) eight bytes, packed
+        int32_t dncBegin = 0, dncCount = 0;
+        Probe probes[kMaxProbes];  // words of the contains texts
+        uint8_t numProbes = 0;
+        bool never = false;  // an empty contains text never holds
+    };
+    struct List {
+        int32_t begin = 0, count = 0;  // into rules_
+        int32_t byKey = -1;            // into byKey_ for long lists
+    };
+    struct ExtRules {
+        const char* ext;
+        int32_t len;
+        uint32_t hash;
+        List list;
+    };
+    struct Group {
+        List any;                            // for an extension without a node of its own
+        int32_t extBegin = 0, extCount = 0;  // into exts_
+        int32_t extTable = 0, extMask = -1;  // open-addressed table of exts_ indexes, in extTable_
+        const char* prefix = nullptr;        // compared part; null for the "*" group
+        int32_t prefixLen = 0;
+    };
+    struct ByKey {
+        int32_t offsets = 0;     // into keyOffsets_: kNumKeys + 1 starts into keyPositions_
+        int32_t alwaysBits = 0;  // into alwaysBits_: the rules without a key
+        int32_t words = 0;       // 64-bit words per candidate set
+    };
+    struct Bucket {
+        int32_t groupsBegin = 0, groupsCount = 0;  // into bucketGroups_, array order
+        int32_t trieRoot = -1;                     // for large buckets
+    };
+    struct TrieNode {
+        int32_t firstChild = -1, nextSibling = -1;
+        int32_t group = -1;  // first group whose prefix ends here
+        unsigned char byte = 0;
+    };
+
+    void BuildOrThrow(QzExcludeRuleNode* const* groups, int32_t numGroups);
+    List AppendRules(QzExcludeRuleNode* first, QzExcludeRuleNode* second);
+    static Needle MakeNeedle(const QzString& text);
+    void AppendChain(QzExcludeRuleNode* head);
+    void AddProbes(Rule& r) const;
+    void IndexByKey(List& list);
+    int32_t BuildTrie(const int32_t* groupIndices, int32_t count);
+    void CollectTrieMatches(int32_t root);
+    void PrepareExtension();
+    void PrepareWords();
+    bool MayHold(Probe key);
+    bool Contains(const Needle& n);
+    bool RuleHolds(const Rule& r);
+    QzExcludeRuleNode* TestList(const List& list);
+    QzExcludeRuleNode* TestGroup(int32_t g);
+
+    std::vector<Rule> rules_;
+    std::vector<Probe> ruleKey_;  // per rule, packed for the scan over a list
+    std::vector<Needle> doesNotContain_;
+    std::vector<ExtRules> exts_;
+    std::vector<int32_t> extTable_;  // per group: 2^n slots holding an exts_ index or -1
+    std::vector<Group> groups_;
+    int32_t starGroup_ = -1;
+    std::vector<int32_t> keyToBucket_;  // 65536 entries, -1 when no group has that key
+    std::vector<Bucket> buckets_;
+    std::vector<int32_t> bucketGroups_;
+    std::vector<TrieNode> trie_;
+    std::vector<int32_t> sameKeyNext_;  // per group: next group with the same compared prefix
+    std::vector<ByKey> byKey_;
+    std::vector<int32_t> keyOffsets_, keyPositions_;
+    std::vector<uint64_t> alwaysBits_;
+
+    // Per-call scratch, reused.
+    QzString lower_;
+    int32_t len_ = 0;
+    std::vector<int32_t> matched_;
+    bool haveExt_ = false, haveWords_ = false;
+    const char* ext_ = nullptr;
+    int32_t extLen_ = 0;
+    uint32_t extHash_ = 0;
+    uint64_t tail_ = 0;                       // the path's last (up to) eight bytes, packed
+    uint16_t tailHash_ = 0xFFFF;              // hash of the last four bytes; none for shorter paths
+    uint64_t words_[2][kHashSize / 64] = {};  // the path's words: [kWord4], [kWord8]
+    std::vector<int32_t> separators_;         // offsets of the path's separators, ascending
+    int32_t numSeparators_ = 0;
+    std::vector<uint16_t> pathKeys_;  // the path's words as key numbers
+    int32_t numPathKeys_ = 0;
+    std::vector<uint64_t> candidates_;
+};
