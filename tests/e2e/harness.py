@@ -70,6 +70,18 @@ def check_match(pattern, text, what="text"):
     return m
 
 
+def write(path, text):
+    """Writes a UTF-8 text file as is (no newline translation), creating its folders."""
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    with open(path, "w", encoding="utf-8", newline="") as f:
+        f.write(text)
+
+
+def read(path):
+    with open(path, encoding="utf-8", newline="") as f:
+        return f.read()
+
+
 def gmt_now():
     return datetime.datetime.now(datetime.timezone.utc)
 

@@ -7,7 +7,7 @@ import os
 import shutil
 import time
 
-from harness import check, check_eq, check_match
+from harness import check, check_eq, check_match, read, write
 
 HGUID = "0123456789abcdef01234567"
 OTHER_HGUID = "fedcba9876543210fedcba98"
@@ -24,17 +24,6 @@ def now_ms():
 
 def hexof(text):
     return text.encode("utf-8").hex()
-
-
-def write(path, text):
-    os.makedirs(os.path.dirname(path), exist_ok=True)
-    with open(path, "w", encoding="utf-8", newline="") as f:
-        f.write(text)
-
-
-def read(path):
-    with open(path, encoding="utf-8", newline="") as f:
-        return f.read()
 
 
 def machine(m, fixed=("D", "E"), empty=(), datadir=None):

@@ -6,7 +6,7 @@ the drive ping, and the settings file being loaded at start-up."""
 import os
 import re
 
-from harness import check, check_eq, check_match
+from harness import check, check_eq, check_match, read, write
 
 MINE = "0123456789abcdef01234567"
 OTHER = "fedcba9876543210fedcba98"
@@ -19,17 +19,6 @@ README_TXT = "WARNING: deleting this file will stop Korvatine from backing up th
 def id_xml(vguid, hguid, readme=README_TXT):
     return ('<?xml version="1.0" encoding="UTF-8" ?>\n<contents>\n'
             f'<readme txt="{readme}" />\n<qzvolume vguid="{vguid}" associated_hguid="{hguid}" />\n</contents>\n')
-
-
-def write(path, text):
-    os.makedirs(os.path.dirname(path), exist_ok=True)
-    with open(path, "w", encoding="utf-8", newline="") as f:
-        f.write(text)
-
-
-def read(path):
-    with open(path, encoding="utf-8", newline="") as f:
-        return f.read()
 
 
 def mark(drive_dir, text):
