@@ -30,13 +30,25 @@ cat >"$root/c/Program Files/Korvatine/qzinstall.xml" <<'XML'
 </contents>
 XML
 echo "sample file on D:" >"$root/d/readme.txt"
+cat >"$root/c/ProgramData/Korvatine/qzdata/qzinfo.xml" <<'XML'
+<?xml version="1.0" encoding="UTF-8" ?>
+<contents>
+<qzinfo excludefiletypes="tmp,bak" max_filesize_mb="4000" numdays_warn_if_no_backup="7" />
+<hard_drives_to_backup>
+</hard_drives_to_backup>
+</contents>
+XML
 
 export QZ_DRIVES="C=$root/c;D=$root/d"
 echo "--- QZ_DRIVES=$QZ_DRIVES"
-for args in "" "-version" "-oswithdetail" "-time" "-printRam"; do
+for args in "" "-version" "-oswithdetail" "-time" "-printRam" "-merge_exclude_rules" \
+            "-assignvolumeguid D:\\" "-update_qzvolumes_xml" "-listvolumes" "-queryattachedvolumes" \
+            "-dirlist C:\\Users" "-grep qzVolumeGuid C:\\ProgramData\\Korvatine\\qzdata\\qzvolumes.xml"; do
   echo "--- qzfilelist $args"
   # shellcheck disable=SC2086
   "$exe" $args || echo "(exit code $?)"
 done
+echo "--- files in the data directory:"
+(cd "$root/c/ProgramData/Korvatine/qzdata" && find . -type f | sort)
 echo "--- log: $(ls "$root"/c/ProgramData/Korvatine/qzdata/qzlogs/qzfilelist/)"
-cat "$root"/c/ProgramData/Korvatine/qzdata/qzlogs/qzfilelist/*.log
+tail -n 40 "$root"/c/ProgramData/Korvatine/qzdata/qzlogs/qzfilelist/*.log
