@@ -217,7 +217,7 @@ bool ReadControlPanelSettingsFromQzInfoXmlFile() {
     }
     QzString text, err;
     if (!QzFile::ReadEntireFile(path.c_str(), &text, &err)) {
-        QzLog::WriteLine(QzCat("ERROR: could not read qzinfo.xml file from disk 1:", path, ", errStr=", err));
+        QzLog::WriteLine(QzCat("ERROR: could not read qzinfo.xml file from disk 1:", path));
         return false;
     }
     const Reader r(text);
