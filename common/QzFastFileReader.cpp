@@ -1,5 +1,7 @@
 #include "QzFastFileReader.h"
 
+#include "QzFile.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -126,8 +128,7 @@ bool QzFastFileReader::Open(const char* path) {
     const uint32_t err = path ? QzOs::OpenFile(path, QzOs::OpenMode::ReadShared, &handle_) : QzOs::ErrInvalidParameter;
     if (err == QzOs::ErrSuccess) return true;
     if (err == QzOs::ErrFileNotFound || err == QzOs::ErrPathNotFound) error_.Set("file_does_not_exist");
-    else if (err == QzOs::ErrSharingViolation) error_ = QzCat("Another_Process_Has_File_Open_", err);
-    else error_ = QzCat("error_win32_CreateF_failed_", err, err == QzOs::ErrAccessDenied ? "_ERROR_ACCESS_DENIED" : "");
+    else error_ = QzFile::OpenFailureText(err);
     return false;
 }
 
@@ -149,8 +150,7 @@ bool QzFastFileReader::Fill() {
     uint32_t got = 0;
     const uint32_t err = QzOs::ReadFile(handle_, buf_ + end_, static_cast<uint32_t>(cap_ - end_), &got);
     if (err != QzOs::ErrSuccess) {
-        error_ = QzCat("error_win32_ReadFile_failed_GetLastError_", err,
-                       err == QzOs::ErrAccessDenied ? "_ERROR_ACCESS_DENIED" : "");
+        error_ = QzFile::ReadFailureText(err);
         eof_ = true;
         return false;
     }

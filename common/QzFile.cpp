@@ -59,6 +59,16 @@ bool CreateDirectoryRecursive(const char* path) {
     return DirExists(path);
 }
 
+QzString OpenFailureText(uint32_t err) {
+    if (err == QzOs::ErrSharingViolation) return QzCat("Another_Process_Has_File_Open_", err);
+    return QzCat("error_win32_CreateF_failed_", err, err == QzOs::ErrAccessDenied ? "_ERROR_ACCESS_DENIED" : "");
+}
+
+QzString ReadFailureText(uint32_t err) {
+    return QzCat("error_win32_ReadFile_failed_GetLastError_", err,
+                 err == QzOs::ErrAccessDenied ? "_ERROR_ACCESS_DENIED" : "");
+}
+
 bool ReadEntireFileIntoNewBuf(const char* fileName, char** bufRet, int64_t* numBytesReturned, QzString* errStrRet) {
     QzString ignored;
     QzString& err = errStrRet ? *errStrRet : ignored;
@@ -85,12 +95,7 @@ bool ReadEntireFileIntoNewBuf(const char* fileName, char** bufRet, int64_t* numB
     QzOs::Handle h;
     const uint32_t openErr = QzOs::OpenFile(fileName, QzOs::OpenMode::ReadShared, &h);
     if (openErr != QzOs::ErrSuccess) {
-        if (openErr == QzOs::ErrSharingViolation) {
-            err = QzCat("Another_Process_Has_File_Open_", openErr);
-        } else {
-            err = QzCat("error_win32_CreateF_failed_", openErr);
-            if (openErr == QzOs::ErrAccessDenied) err.Append("_ERROR_ACCESS_DENIED");
-        }
+        err = OpenFailureText(openErr);
         return false;
     }
     // The size may have changed since it was examined; read what is there now.
@@ -115,8 +120,7 @@ bool ReadEntireFileIntoNewBuf(const char* fileName, char** bufRet, int64_t* numB
         if (readErr != QzOs::ErrSuccess) {
             QzOs::CloseFile(h);
             std::free(buf);
-            err = QzCat("error_win32_ReadFile_failed_GetLastError_", readErr);
-            if (readErr == QzOs::ErrAccessDenied) err.Append("_ERROR_ACCESS_DENIED");
+            err = ReadFailureText(readErr);
             return false;
         }
         if (got == 0) break;  // the file shrank

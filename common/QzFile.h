@@ -63,6 +63,12 @@ constexpr int64_t kMaxWholeFileBytes = 1024LL * 1024 * 1024;
 // Reads a whole file of at most one gigabyte into a new zero-terminated buffer
 // (free it with std::free). On failure *errStrRet says why with one of the
 // texts "file_does_not_exist", "error_file_is_larger_than_one_gigabyte", ...
+// Why a file could not be opened or read, in the reader's words:
+// "Another_Process_Has_File_Open_32", "error_win32_CreateF_failed_<n>",
+// "error_win32_ReadFile_failed_GetLastError_<n>", with "_ERROR_ACCESS_DENIED"
+// appended where the code is 5.
+QzString OpenFailureText(uint32_t err);
+QzString ReadFailureText(uint32_t err);
 bool ReadEntireFileIntoNewBuf(const char* fileName, char** bufRet, int64_t* numBytesReturned, QzString* errStrRet);
 // The same into a QzString.
 bool ReadEntireFile(const char* fileName, QzString* contentRet, QzString* errStrRet);

@@ -48,9 +48,7 @@ int64_t ReadAllBytes(const char* path, QzString* detailRet) {
     QzOs::Handle h;
     const uint32_t err = QzOs::OpenFile(path, QzOs::OpenMode::ReadShared, &h);
     if (err != QzOs::ErrSuccess) {
-        *detailRet = err == QzOs::ErrSharingViolation
-                         ? QzCat("Another_Process_Has_File_Open_", err)
-                         : QzCat("error_win32_CreateF_failed_", err, err == QzOs::ErrAccessDenied ? "_ERROR_ACCESS_DENIED" : "");
+        *detailRet = QzFile::OpenFailureText(err);
         return -1;
     }
     static char buf[1 << 16];
@@ -60,7 +58,7 @@ int64_t ReadAllBytes(const char* path, QzString* detailRet) {
         const uint32_t readErr = QzOs::ReadFile(h, buf, sizeof buf, &got);
         if (readErr != QzOs::ErrSuccess) {
             QzOs::CloseFile(h);
-            *detailRet = QzCat("error_win32_ReadFile_failed_GetLastError_", readErr);
+            *detailRet = QzFile::ReadFailureText(readErr);
             return -1;
         }
         if (got == 0) break;
@@ -193,8 +191,7 @@ int CmdOpenFileExclusive(const Args& args) {
     QzOs::Handle h;
     const uint32_t err = QzOs::OpenFile(path.c_str(), QzOs::OpenMode::ReadExclusive, &h);
     if (err != QzOs::ErrSuccess) {
-        const QzString errStr = err == QzOs::ErrSharingViolation ? QzCat("Another_Process_Has_File_Open_", err)
-                                                                 : QzCat("error_win32_CreateF_failed_", err);
+        const QzString errStr = QzFile::OpenFailureText(err);
         std::printf("File exists but QzOpenFileReadOnlyExclusive Failed on: %s, errStr=%s\n", path.c_str(),
                     errStr.c_str());
         return 0;
