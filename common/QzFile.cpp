@@ -5,6 +5,7 @@
 
 #include "QzLog.h"
 #include "QzOs.h"
+#include "QzFileWrite.h"
 #include "QzTime.h"
 
 namespace QzFile {
@@ -185,14 +186,11 @@ bool AtomicMoveFile(const char* source, const char* target) {
 }
 
 bool AtomicMoveFileWithRetry(const char* source, const char* target) {
-    for (int attempt = 0; attempt < 10; ++attempt) {
-        if (AtomicMoveFile(source, target)) return true;
-        QzLog::WriteLine(QzCat("INFO: AtomicMoveFileWithRetry attempt failed: ", source ? source : "", " ",
-                               target ? target : ""));
-        QzOs::Sleep(100);
-    }
-    QzLog::WriteLine(QzCat("ERROR: AtomicMoveFileWithRetry failed after 10 retries: ", source ? source : "", " ",
-                           target ? target : ""));
+    const QzString src(source ? source : ""), dst(target ? target : "");
+    if (MoveWithRetry(source, target, 10, 100,
+                      [&](int) { QzLog::WriteLine(QzCat("INFO: AtomicMoveFileWithRetry attempt failed: ", src, " ", dst)); }))
+        return true;
+    QzLog::WriteLine(QzCat("ERROR: AtomicMoveFileWithRetry failed after 10 retries: ", src, " ", dst));
     return false;
 }
 

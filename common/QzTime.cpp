@@ -6,6 +6,9 @@ namespace QzTime {
 
 namespace {
 int64_t (*g_testClock)() = nullptr;
+void (*g_testSleep)(uint32_t) = nullptr;
+bool g_virtualTime = false;
+int64_t g_virtualOffsetMillis = 0;  // sum of the pauses skipped under virtual time
 
 // Days since 1970-01-01 to a proleptic Gregorian date (valid for any int64 day count
 // a file time can produce).
@@ -30,7 +33,22 @@ void SetClockForTesting(int64_t (*clock)()) { g_testClock = clock; }
 
 int64_t GetCurrentGmtMillis() {
     if (g_testClock) return g_testClock();
-    return FileTimeToGmtMillis(QzOs::GetSystemTimeAsFileTime());
+    return FileTimeToGmtMillis(QzOs::GetSystemTimeAsFileTime()) + g_virtualOffsetMillis;
+}
+
+void SetSleepForTesting(void (*sleep)(uint32_t)) { g_testSleep = sleep; }
+
+void UseVirtualTime() { g_virtualTime = true; }
+bool IsVirtualTime() { return g_virtualTime; }
+
+void SleepMillis(uint32_t millis) {
+    if (g_testSleep) {
+        g_testSleep(millis);
+    } else if (g_virtualTime) {
+        g_virtualOffsetMillis += millis;
+    } else {
+        QzOs::Sleep(millis);
+    }
 }
 
 CivilTime GmtMillisToCivil(int64_t millis) {

@@ -32,4 +32,16 @@ int64_t AgeInDays(int64_t nowMillis, int64_t thenMillis);
 // Tests replace the clock; nullptr restores the system clock.
 void SetClockForTesting(int64_t (*clock)());
 
+// The program's only way to pause. Every pause of the shared code goes
+// through here, so that tests can run the scan's throttle, retries and
+// heartbeat without waiting for them.
+void SleepMillis(uint32_t millis);
+// Tests replace the sleep; nullptr restores the real one.
+void SetSleepForTesting(void (*sleep)(uint32_t millis));
+// Virtual time, for tests of the whole program: a pause returns at once and
+// moves the program's clock forward by its length instead. Switched on at
+// start-up when the environment variable QZ_TEST_VIRTUAL_TIME is "1".
+void UseVirtualTime();
+bool IsVirtualTime();
+
 }  // namespace QzTime

@@ -7,6 +7,7 @@
 #include "QzLog.h"
 #include "QzOs.h"
 #include "QzSystem.h"
+#include "QzTime.h"
 #include "qzfilelist.h"
 
 bool g_bufferingIsDisabled = false;
@@ -48,6 +49,8 @@ int main(int argc, char** argv) {
         std::exit(1);
     }
     QzOs::GetUtf8Arguments(argc, argv, &g_args);
+    // Tests of the whole program run its pauses in virtual time.
+    if (const char* v = std::getenv("QZ_TEST_VIRTUAL_TIME"); v && v[0] == '1' && v[1] == '\0') QzTime::UseVirtualTime();
 
     const QzString& dataDir = QzFile::GetDataDir();
     const QzString logBase = QzCat(dataDir, "qzlogs", "\\", "qzfilelist");

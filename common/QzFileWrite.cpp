@@ -1,0 +1,116 @@
+#include "QzFileWrite.h"
+
+#include "QzFile.h"
+#include "QzLog.h"
+#include "QzOs.h"
+#include "QzTime.h"
+
+namespace QzFile {
+
+namespace {
+// Writes everything in pieces the OS layer takes in one call.
+bool WriteAll(QzOs::Handle h, const char* data, int64_t len) {
+    for (int64_t done = 0; done < len;) {
+        const int64_t chunk = len - done < (1 << 24) ? len - done : (1 << 24);
+        if (QzOs::WriteFile(h, data + done, static_cast<uint32_t>(chunk)) != QzOs::ErrSuccess) return false;
+        done += chunk;
+    }
+    return true;
+}
+}  // namespace
+
+bool MoveWithRetry(const char* source, const char* target, int attempts, uint32_t pauseMillis,
+                   const MoveFailureFn& onFailure) {
+    for (int failures = 0; failures < attempts;) {
+        if (AtomicMoveFile(source, target)) return true;
+        ++failures;
+        if (onFailure) onFailure(failures);
+        if (failures < attempts) QzTime::SleepMillis(pauseMillis);
+    }
+    return false;
+}
+
+bool WriteFileAtomically(const char* path, const char* data, int64_t len, const ReplacePolicy& policy,
+                         ReplaceResult* resultRet) {
+    ReplaceResult local;
+    ReplaceResult& r = resultRet ? *resultRet : local;
+    r = ReplaceResult{};
+    if (!path || (!data && len > 0)) return false;
+    const QzString tmp = QzCat(path, policy.tmpSuffix);
+    while (!r.written && r.writeAttempts < policy.writeAttempts) {
+        if (r.writeAttempts++ > 0) QzTime::SleepMillis(policy.pauseMillis);
+        r.written = WriteEntireFile(tmp.c_str(), data, len);
+    }
+    if (!r.written) {
+        DeleteFileIfExists(tmp.c_str());
+        return false;
+    }
+    const char* name = policy.logName;
+    r.moved = MoveWithRetry(tmp.c_str(), path, policy.moveAttempts, policy.pauseMillis, [&](int failures) {
+        r.moveAttempts = failures;
+        if (name) QzLog::WriteLine(QzCat("INFO: ", name, " attempt failed: ", tmp, " ", path));
+    });
+    if (r.moved) {
+        ++r.moveAttempts;
+        return true;
+    }
+    if (name)
+        QzLog::WriteLine(QzCat("ERROR: ", name, " failed after ", policy.moveAttempts, " retries: ", tmp, " ", path));
+    DeleteFileIfExists(tmp.c_str());
+    return false;
+}
+
+void FutureFile::SetFinalPath(const QzString& finalPath) {
+    Close();
+    final_ = finalPath;
+    future_ = QzCat(finalPath, ".future");
+}
+
+bool FutureFile::FutureExists() const { return FileExists(future_.c_str()); }
+
+bool FutureFile::OpenForAppend() {
+    if (handle_ != QzOs::kInvalidHandle) return true;
+    QzOs::Handle h;
+    if (QzOs::OpenFile(future_.c_str(), QzOs::OpenMode::Append, &h) != QzOs::ErrSuccess) return false;
+    handle_ = h;
+    return true;
+}
+
+bool FutureFile::Create(const char* header, int64_t len) {
+    Close();
+    QzOs::Handle h;
+    if (QzOs::OpenFile(future_.c_str(), QzOs::OpenMode::CreateAlways, &h) != QzOs::ErrSuccess) return false;
+    bool ok = WriteAll(h, header, len);
+    if (ok && writeThrough_) ok = QzOs::FlushFile(h) == QzOs::ErrSuccess;
+    QzOs::CloseFile(h);
+    return ok;
+}
+
+bool FutureFile::Append(const char* data, int64_t len) {
+    if (len <= 0) return true;
+    if (!OpenForAppend()) return false;
+    bool ok = WriteAll(handle_, data, len);
+    if (ok && writeThrough_) ok = QzOs::FlushFile(handle_) == QzOs::ErrSuccess;
+    return ok;
+}
+
+bool FutureFile::Flush() { return handle_ == QzOs::kInvalidHandle || QzOs::FlushFile(handle_) == QzOs::ErrSuccess; }
+
+void FutureFile::Close() {
+    if (handle_ == QzOs::kInvalidHandle) return;
+    QzOs::FlushFile(handle_);
+    QzOs::CloseFile(handle_);
+    handle_ = QzOs::kInvalidHandle;
+}
+
+bool FutureFile::Finish(int attempts, uint32_t pauseMillis, const MoveFailureFn& onFailure) {
+    Close();
+    return MoveWithRetry(future_.c_str(), final_.c_str(), attempts, pauseMillis, onFailure);
+}
+
+bool FutureFile::Abandon() {
+    Close();
+    return DeleteFileIfExists(future_.c_str());
+}
+
+}  // namespace QzFile
