@@ -15,6 +15,7 @@ bool g_isProc64 = false;
 bool g_urgentRun = false;
 bool g_firstInstallTime = false;
 std::vector<QzString> g_args;
+uintptr_t g_stackBaseAtStart = 0;
 
 void ExitQzFileList(int code) {
     std::fflush(stdout);
@@ -43,6 +44,8 @@ void WriteStartupLine() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    char stackMark = 0;
+    g_stackBaseAtStart = reinterpret_cast<uintptr_t>(&stackMark);
     QzOs::InitConsole();
     if (!QzOs::SocketStartup()) {
         std::fputs("ERROR: WSAStartup failed\n", stderr);

@@ -1,17 +1,18 @@
-// The scan run. Its engine arrives with the directory walk and the volume
-// registry; until then a scan request is logged and refused without harm.
-#include <cstdio>
-
-#include "QzLog.h"
+// The scan run: one walk of every volume selected for backup, in three
+// phases (QzScanRun.h) over one state the run owns (QzScanState.h).
+#include "QzScanRun.h"
 #include "QzSystem.h"
+#include "QzTime.h"
 #include "qzfilelist.h"
 
 void RunScanAndExit() {
-    const QzString msg = QzCat("qzfilelist processId=", QzSystem::GetProcessId(),
-                               " - the scan run is not available in this build, exiting",
-                               g_urgentRun ? " (urgent run requested)" : "",
-                               g_firstInstallTime ? " (first install time)" : "");
-    QzLog::WriteLine(msg);
-    std::fprintf(stderr, "%s\n", msg.c_str());
-    ExitQzFileList(0);
+    QzScanState run;
+    run.pid = QzSystem::GetProcessId();
+    run.urgent = g_urgentRun;
+    run.firstInstall = g_firstInstallTime;
+    run.verbose = g_bufferingIsDisabled;
+    run.processStartMillis = QzTime::GetCurrentGmtMillis();
+    QzScanRun::Prepare(run);
+    QzScanRun::MainLoop(run);
+    QzScanRun::Finish(run);
 }

@@ -1,6 +1,7 @@
 // Process-wide state of qzfilelist and the entry points of its commands.
 #pragma once
 
+#include <cstdint>
 #include <vector>
 
 #include "QzString.h"
@@ -16,6 +17,8 @@ extern bool g_urgentRun;
 extern bool g_firstInstallTime;
 // The arguments (argv[0] included), as UTF-8, for the life of the process.
 extern std::vector<QzString> g_args;
+// The stack position when main began (the scan logs how far it has grown).
+extern uintptr_t g_stackBaseAtStart;
 
 // Flushes standard output, shuts sockets down and ends the process.
 [[noreturn]] void ExitQzFileList(int code);

@@ -1,0 +1,239 @@
+#include "QzFileListWriter.h"
+
+#include "QzFile.h"
+#include "QzFileInfo.h"
+#include "QzInfoManager.h"
+#include "QzLog.h"
+#include "QzPathAnomaly.h"
+#include "QzTime.h"
+#include "QzTopDirs.h"
+
+namespace QzFileListWriter {
+
+namespace {
+
+constexpr const char* kBackslashMarker = "_-backslash-_";
+
+// Appends the decimal digits of a non-negative value.
+inline int PutDecimal(char* out, int64_t v) {
+    char tmp[24];
+    int n = 0;
+    uint64_t u = v < 0 ? 0 : static_cast<uint64_t>(v);
+    do {
+        tmp[n++] = static_cast<char>('0' + u % 10);
+        u /= 10;
+    } while (u);
+    for (int i = 0; i < n; ++i) out[i] = tmp[n - 1 - i];
+    return n;
+}
+
+inline void PutHex16(char* out, int64_t v) {
+    static const char kDigits[] = "0123456789abcdef";
+    uint64_t u = static_cast<uint64_t>(v);
+    for (int i = 15; i >= 0; --i) {
+        out[i] = kDigits[u & 0xf];
+        u >>= 4;
+    }
+}
+
+// "f\t<16 hex>\t<size>\t<path>\n" ("s" for a reparse point).
+inline void AppendFileLine(QzString& buf, const QzFileInfo& e) {
+    char head[48];
+    head[0] = e.isReparsePoint ? 's' : 'f';
+    head[1] = '\t';
+    PutHex16(head + 2, e.lastModifiedMillis);
+    head[18] = '\t';
+    int n = 19 + PutDecimal(head + 19, e.TotalSize());
+    head[n++] = '\t';
+    buf.Append(head, n);
+    buf.Append(e.fullPath);
+    buf.AppendChar('\n');
+}
+
+void AppendBigFileLine(QzScanState& run, const QzFileInfo& e, bool selected) {
+    QzString& line = run.scratch;
+    line.Clear();
+    char head[32];
+    head[0] = selected ? 't' : 'f';
+    head[1] = '\t';
+    int n = 2 + PutDecimal(head + 2, e.TotalSize());
+    head[n++] = '\t';
+    line.Append(head, n);
+    line.Append(e.fullPath);
+    line.AppendChar('\n');
+    if (!run.bigFiles.Append(line))
+        QzLog::WriteLine(
+            QzCat("ERROR: could not append to the large-file list: ", run.bigFiles.FuturePath()));
+}
+
+void ReplaceMarker(const QzString& in, QzString* out) {
+    out->Clear();
+    const int32_t markerLen = 13;
+    for (int32_t from = 0;;) {
+        const int32_t at = in.Find(kBackslashMarker, from);
+        if (at < 0) {
+            out->Append(in.c_str() + from, in.Length() - from);
+            return;
+        }
+        out->Append(in.c_str() + from, at - from);
+        out->AppendChar('\\');
+        from = at + markerLen;
+    }
+}
+
+// Every 101st directory of a normal run pauses 3 seconds; every 501st of a
+// fast run does not pause. Either way the stop file and the lock are checked.
+void ThrottleAndCheck(QzScanState& run, const QzString& dir) {
+    ++run.dirCounter;
+    const int32_t limit =
+        run.urgent ? QzScanState::kFastDirsBetweenChecks : QzScanState::kNormalDirsBetweenPauses;
+    if (run.dirCounter <= limit) return;
+    if (!run.urgent) QzTime::SleepMillis(QzScanState::kPauseMillis);
+    run.dirCounter = 0;
+    CheckStopFileAndExitIfPresent(run);
+    QzLock::RefreshGlobalThreeHourLock_ExitIfFail(dir);
+}
+
+void FlushIfVerbose(QzScanState& run, QzFile::FutureFile& list) {
+    if (run.verbose && run.buffer.Length() > 1) FlushBuffer(run, list);
+}
+
+// The block of one listed directory: header, then one line per file, with
+// the rule decision, the large-file list and the statistics for each.
+void WriteBlock(QzScanState& run, QzFile::FutureFile& list, const QzString& dir, QzFileInfoList& entries,
+                bool crLfTestOnly) {
+    int64_t files = 0;
+    for (int32_t i = 0; i < entries.Count(); ++i)
+        if (!entries.At(i)->isDirectory) ++files;
+    QzString& buf = run.buffer;
+    buf.Append("#\n# Dir: ");
+    buf.Append(dir);
+    buf.Append("\n# Files: ");
+    buf.AppendInt(files);
+    buf.AppendChar('\n');
+    FlushIfVerbose(run, list);
+
+    QzString why;
+    for (int32_t i = 0; i < entries.Count(); ++i) {
+        QzFileInfo& e = *entries.At(i);
+        const QzPathAnomaly::EntryVerdict verdict =
+            crLfTestOnly
+                ? QzPathAnomaly::CheckEntryPathCrLfOnly(&e.fullPath, &why)
+                : QzPathAnomaly::CheckEntryPath(&e.fullPath, QzPathAnomaly::kBackslashPlatform, &why);
+        if (verdict != QzPathAnomaly::EntryVerdict::Keep &&
+            verdict != QzPathAnomaly::EntryVerdict::KeepRenamed) {
+            QzLog::WriteLine(why);
+            continue;
+        }
+        if (e.isDirectory) continue;
+        AppendFileLine(buf, e);
+        FlushIfVerbose(run, list);
+        const int64_t size = e.TotalSize();
+        const bool selected = QzInfoManager::UserWantsThisFileBackedUpEx(e.fullPath, size, run.maxSizeBytes);
+        if (size > QzScanState::kBigFileAbove && !QzPathAnomaly::IsLeftOutOfBigFileList(e.fullPath))
+            AppendBigFileLine(run, e, selected);
+        if (selected) QzFileStats::CountSelectedFile(run.categories, e.fullPath, size, &run.stats);
+    }
+    if (buf.Length() > QzScanState::kFlushThresholdBytes) FlushBuffer(run, list);
+    FlushIfVerbose(run, list);
+}
+
+}  // namespace
+
+void FlushBuffer(QzScanState& run, QzFile::FutureFile& list) {
+    if (run.buffer.IsEmpty()) return;
+    if (!list.Append(run.buffer))
+        QzLog::WriteLine(QzCat("ERROR: could not append to file list: ", list.FuturePath()));
+    run.buffer.Clear();
+}
+
+int DepthOfPath(const QzString& dir) {
+    int depth = 0;
+    const char* p = dir.c_str();
+    for (int32_t i = 3; i < dir.Length(); ++i)
+        if (p[i] == '\\') ++depth;
+    return dir.Length() > 3 ? depth + 1 : 0;
+}
+
+bool AddFilenamesFromThisDirToList(QzScanState& run, QzFile::FutureFile& list, const QzString& dir) {
+    QzFileInfoList* entries = run.ListForDepth(0);
+    if (!entries) return false;
+    if (!QzFile::GetListOfFileInfosInDir(&dir, entries)) {
+        bool listed = false;
+        if (dir.Contains(kBackslashMarker)) {
+            QzString plain;
+            ReplaceMarker(dir, &plain);
+            listed = QzFile::GetListOfFileInfosInDir(&plain, entries);
+            if (!listed)
+                QzLog::WriteLine(QzCat("ERROR: AddFilenamesFromThisDirToList -GtListOfFileIS fld f:", dir));
+        }
+        if (!listed) {
+            QzLog::WriteLine(QzCat("ERROR: AddFilenamesFromThisDirToList GetListOfFileI fld, processId=",
+                                   run.pid, ", so VerifyingMountPoints_B for dir: ", dir));
+            const bool unchanged = QzTopDirsFile::VerifyMountPointsAndCorrectTopDirs(&run.topDirs, &dir);
+            QzLog::WriteLine(unchanged ? "VerifyMountPointsAndCorrectTopDirs no change"
+                                       : "VerifyMountPointsAndCorrectTopDirs changed!");
+            return false;
+        }
+    }
+    QzFile::RemoveMountedNetworkFolders(entries);
+    WriteBlock(run, list, dir, *entries, /*crLfTestOnly=*/true);
+    return true;
+}
+
+void RecursivelyAddFilenamesToList(QzScanState& run, QzFile::FutureFile& list, const QzString& dir,
+                                   int depth) {
+    if (depth > QzScanState::kMaxDepth) {
+        QzLog::WriteLine(QzCat("ERROR: RecursivelyAddFilenamesToList recursion limit hit for: ", dir));
+        return;
+    }
+    if (depth > run.deepestDepth) run.deepestDepth = depth;
+    if (run.verbose) {
+        long long virt, res, hw;
+        MemoryMb(&virt, &res, &hw);
+        QzLog::WriteLine(
+            QzCat("Entering RecursivelyAddFilenamesToList processId=", run.pid,
+                  ", maxRecursDepthSeen=", run.deepestDepth, ", curRecursDepth=", depth, ", startDir=", dir,
+                  ", numMBytesCurrentVirtualMemSize=", virt, ", numMBytesCurrentResidentMemSize=", res,
+                  ", numMBytesCurrentHardwareRamMemSize=", hw, ", numMBytesStackUsedUp=", StackUsedMb()));
+    }
+    QzFileInfoList* entries = run.ListForDepth(depth);
+    if (!entries) return;
+    if (!QzFile::GetListOfFileInfosInDir(&dir, entries)) {
+        bool listed = false;
+        if (dir.Contains(kBackslashMarker)) {
+            QzString plain;
+            ReplaceMarker(dir, &plain);
+            listed = QzFile::GetListOfFileInfosInDir(&plain, entries);
+            QzLog::WriteLine(QzCat("ERROR: RecursivelyAddFilenamesToList processId=", run.pid,
+                                   listed ? " - BB_GtLstOfFleIS suc f:" : " - AA_GtLstOfFleIS fld f=", dir));
+        }
+        if (!listed) {
+            if (QzPathAnomaly::IsSharedProgramDataJunction(dir)) return;
+            QzLog::WriteLine(
+                QzCat("ERROR: RecursivelyAddFilenamesToList processId=", run.pid,
+                      ", GetListOfFileInfosInDir failed, so VerifyingMountPoints_A for dir: ", dir));
+            const bool unchanged = QzTopDirsFile::VerifyMountPointsAndCorrectTopDirs(&run.topDirs, &dir);
+            QzLog::WriteLine(QzCat("RecursivelyAddFilenamesToList processId=", run.pid,
+                                   ", VerifyMountPointsAndCorrectTopDirs ",
+                                   unchanged ? "no change. dir: " : "changed! dir: ", dir));
+            return;
+        }
+    }
+    ThrottleAndCheck(run, dir);
+    QzFile::RemoveMountedNetworkFolders(entries);
+    WriteBlock(run, list, dir, *entries, /*crLfTestOnly=*/false);
+
+    QzString why;
+    for (int32_t i = 0; i < entries->Count(); ++i) {
+        const QzFileInfo& e = *entries->At(i);
+        if (!e.isDirectory || e.isReparsePoint) continue;
+        if (QzPathAnomaly::CheckDirectoryPath(e.fullPath, &why) != QzPathAnomaly::DirVerdict::Enter) {
+            QzLog::WriteLine(why);
+            continue;
+        }
+        RecursivelyAddFilenamesToList(run, list, e.fullPath, depth + 1);
+    }
+}
+
+}  // namespace QzFileListWriter

@@ -1,0 +1,141 @@
+#include "QzPathAnomaly.h"
+
+#include <cstring>
+#include <utility>
+
+namespace QzPathAnomaly {
+
+namespace {
+
+bool IsSep(char c) {
+    return c == '\\' || c == '/';
+}
+
+// Replaces every CR by "__\r__" and every LF by "__\n__" (backslash and letter).
+void EscapeCrLf(QzString* path) {
+    QzString out;
+    out.Reserve(path->Length() + 64);
+    const char* p = path->c_str();
+    for (int32_t i = 0; i < path->Length(); ++i) {
+        if (p[i] == '\r')
+            out.Append("__\\r__");
+        else if (p[i] == '\n')
+            out.Append("__\\n__");
+        else
+            out.AppendChar(p[i]);
+    }
+    *path = std::move(out);
+}
+
+void ReplaceBackslashes(QzString* path) {
+    QzString out;
+    out.Reserve(path->Length() + 64);
+    const char* p = path->c_str();
+    for (int32_t i = 0; i < path->Length(); ++i) {
+        if (p[i] == '\\')
+            out.Append("_-backslash-_");
+        else
+            out.AppendChar(p[i]);
+    }
+    *path = std::move(out);
+}
+
+// The path from its second character on begins with `prefix`, ignoring case.
+bool SecondCharStartsWithIgnoreCase(const QzString& path, const char* prefix) {
+    const int32_t n = static_cast<int32_t>(std::strlen(prefix));
+    return path.Length() >= 1 + n &&
+           QzStringUtil::CompareBytes(path.c_str() + 1, n, prefix, n, /*ignoreCase=*/true) == 0;
+}
+
+}  // namespace
+
+EntryVerdict CheckEntryPathCrLfOnly(QzString* path, QzString* logRet) {
+    const char* p = path->c_str();
+    const int32_t len = path->Length();
+    if (!std::memchr(p, '\r', static_cast<size_t>(len)) && !std::memchr(p, '\n', static_cast<size_t>(len)))
+        return EntryVerdict::Keep;
+    EscapeCrLf(path);
+    *logRet = QzCat("WARNING: skipping filename with embedded <CR> or <LF>: ", *path);
+    return EntryVerdict::DropCrLf;
+}
+
+EntryVerdict CheckEntryPath(QzString* path, int platformCode, QzString* logRet) {
+    // One scan finds whether any test can fire; nearly every path leaves here.
+    const char* p = path->c_str();
+    const int32_t len = path->Length();
+    bool crlf = false, slashDot = false, backslash = false;
+    for (int32_t i = 0; i < len; ++i) {
+        const char c = p[i];
+        if (c == '\r' || c == '\n')
+            crlf = true;
+        else if (c == '/' && i + 1 < len && p[i + 1] == '.')
+            slashDot = true;
+        else if (c == '\\')
+            backslash = true;
+    }
+    if (crlf) return CheckEntryPathCrLfOnly(path, logRet);
+    if (slashDot) {
+        if (path->ContainsIgnoreCase("/Users/Shared/.")) {
+            *logRet = QzCat("WARNING: skipping single or double-period Mac anomalie file: ", *path,
+                            "|end_anomalie");
+            return EntryVerdict::DropMacShared;
+        }
+        if (path->ContainsIgnoreCase("././.")) {
+            *logRet = QzCat("WARNING: skipping ././. anomalie file: ", *path, "|end_anomalie");
+            return EntryVerdict::DropDotSlashes;
+        }
+    }
+    if (backslash && platformCode == kSlashPlatform) {
+        ReplaceBackslashes(path);
+        return EntryVerdict::KeepRenamed;
+    }
+    return EntryVerdict::Keep;
+}
+
+DirVerdict CheckDirectoryPath(const QzString& path, QzString* logRet) {
+    const char* p = path.c_str();
+    const int32_t len = path.Length();
+    // Positions 0 and 1 are not tested together: "\\server\share" passes.
+    for (int32_t i = len - 1; i >= 2; --i) {
+        if (IsSep(p[i]) && IsSep(p[i - 1])) {
+            *logRet = QzCat("WARNING: skipping dirname with illegal double-dir sep: ", path);
+            return DirVerdict::DoubleSeparator;
+        }
+    }
+    if (len > 0 && IsSep(p[len - 1])) {
+        *logRet = QzCat("WARNING: skipping dirname with illegal trailing sep: ", path);
+        return DirVerdict::TrailingSeparator;
+    }
+    if (path.Contains("Backups.backupdb")) {
+        *logRet = QzCat("WARNING: skipping dirname with TimeMachine in it: ", path);
+        return DirVerdict::TimeMachine;
+    }
+    if (path.Contains(".swstor") &&
+        (path.ContainsIgnoreCase("wd smartware.swstor") || path.ContainsIgnoreCase("wdsmartware.swstor") ||
+         path.ContainsIgnoreCase("wdbackup.swstor"))) {
+        *logRet = QzCat("WARNING: skipping dirname with WesternDigitalBackup in it: ", path);
+        return DirVerdict::WesternDigitalBackup;
+    }
+    if (path.Contains(".MobileBackups")) {
+        *logRet = QzCat("WARNING: skipping dirname with Mobile TimeMachine in it: ", path);
+        return DirVerdict::MobileTimeMachine;
+    }
+    return DirVerdict::Enter;
+}
+
+bool IsSharedProgramDataJunction(const QzString& path) {
+    static const char* const kJunctions[] = {
+        ":\\ProgramData\\Application Data\\", ":\\ProgramData\\Desktop\\",   ":\\ProgramData\\Favorites\\",
+        ":\\ProgramData\\Start Menu\\",       ":\\ProgramData\\Templates\\",
+    };
+    for (const char* j : kJunctions)
+        if (SecondCharStartsWithIgnoreCase(path, j)) return true;
+    return false;
+}
+
+bool IsLeftOutOfBigFileList(const QzString& path) {
+    if (path.Length() < 5 || (path[4] != 'y' && path[4] != 'Y')) return false;
+    return SecondCharStartsWithIgnoreCase(path, ":\\System Volume Information\\");
+}
+
+}  // namespace QzPathAnomaly
