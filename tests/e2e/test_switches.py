@@ -118,24 +118,6 @@ def test_macos_only_switches(m):
     expect(m, ["-archstring"], "UNKNOWN\n")
 
 
-def test_scan_requests_are_refused_harmlessly(m):
-    m.make_datadir()
-    m.write_qzinfo()
-    cases = [([], None), (["-urgent_refresh_all"], "(urgent run requested)"),
-             (["-first_install_time_urgent"], "(urgent run requested) (first install time)")]
-    for args, marker in cases:
-        r = m.run(*args)
-        check_eq(r.rc, 0, f"exit code of {args}")
-        check_eq(r.stdout, "", f"stdout of {args}")
-        check("the scan run is not available" in r.stderr, f"stderr of {args}: {r.stderr!r}")
-        last = m.log_messages()[-1]
-        check("the scan run is not available in this build" in last, f"last log line after {args}: {last!r}")
-        if marker:
-            check(last.endswith(marker), f"log line of {args} should end with {marker!r}: {last!r}")
-        else:
-            check("(urgent" not in last and "(first" not in last, f"plain scan run logged as urgent: {last!r}")
-
-
 def test_settings_file_is_looked_up_after_the_first_rows(m):
     m.make_datadir()
 
