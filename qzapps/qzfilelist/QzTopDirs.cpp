@@ -317,7 +317,7 @@ bool ReadTopDirsXmlFile(const QzString& path, QzTopDirs* t) {
     }
     if (!QzFile::GetUniqueStrAttrFromXmlSnippet(statsText, "num_times_mount_points_verified", &v) ||
         !ParseDecimal(v, &verified)) {
-        QzLog::WriteLine(QzCat("ERROR: ReadTopDirsXmlFile - no attr num_times_mount_points_ver: in: ", path));
+        QzLog::WriteLine(QzCat("ERROR: ReadTopDirsXmlFile - no attr num_times_mount_points_ver:", path));
         return false;
     }
     if (next < 0) {
