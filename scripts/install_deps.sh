@@ -8,7 +8,7 @@ set -euo pipefail
 
 packages=(cmake ninja-build g++ python3 googletest)
 if [ "${1:-all}" != native ]; then
-  packages+=(clang libclang-rt-14-dev
+  packages+=(clang clang-format libclang-rt-14-dev
              g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine64)
 fi
 
