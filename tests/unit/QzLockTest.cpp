@@ -200,16 +200,17 @@ TEST_F(QzLockTest, HeartbeatRefreshesEveryFiveMinutesAndRegrabsAStaleLock) {
     EXPECT_EQ(QzLock::GlobalThreeHourLock()->fileModTime, ModTime(path_));
 }
 
+// Windows death tests re-run the test binary, which the mingw build of the
+// test framework cannot do; the whole-program tests cover the exit there.
+#ifndef _WIN32
 TEST_F(QzLockTest, HeartbeatExitsWithOneWhenAnotherProcessOwnsTheLock) {
     QzLock::SetGlobalThreeHourLock(QzLock::GrabFileBasedLock(path_, 10800, 3));
     ASSERT_NE(QzLock::GlobalThreeHourLock(), nullptr);
     ShiftModTime(path_, -5);
     g_now += 300001;
     EXPECT_EXIT(QzLock::RefreshGlobalThreeHourLock_ExitIfFail("C:\\Users"), ::testing::ExitedWithCode(1), "");
-#ifndef _WIN32
-    // The forked child wrote into this test's log (Windows re-runs the test
-    // in a new process with a log of its own).
+    // The forked child wrote into this test's log.
     EXPECT_TRUE(Logged(" failed to refresh lock because file mod time changed: "));
     EXPECT_TRUE(Logged(" lost hour lock and could not grab it again, exiting!!"));
-#endif
 }
+#endif
