@@ -7,6 +7,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 files=${1:-20000}
+scripts/install_deps.sh native
 
 cmake --preset native >/dev/null
 cmake --build --preset native >/dev/null

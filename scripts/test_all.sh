@@ -5,6 +5,7 @@
 # short run of every fuzz target. Ends with one "N passed, M failed" line.
 set -u
 cd "$(dirname "$0")/.."
+scripts/install_deps.sh || { echo "could not install the build and test packages"; exit 1; }
 
 presets=(native-asan native win64 fuzz)
 [ $# -gt 0 ] && presets=("$@")
