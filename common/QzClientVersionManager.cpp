@@ -4,6 +4,8 @@
 #include <vector>
 
 #include "QzFile.h"
+#include "QzFileLocations.h"
+#include "QzFileXml.h"
 #include "QzLog.h"
 #include "QzVersion.h"
 

@@ -1,8 +1,8 @@
 #include "QzDataPaths.h"
+#include "QzFileLocations.h"
 
 #include <cstddef>
 
-#include "QzFile.h"
 
 namespace QzFile {
 

@@ -1,9 +1,12 @@
 // Where the client is installed, where its data lives, and which machine this
 // is. Each is worked out once per process, with fallbacks that let a run go on
 // when the installer's record is missing or damaged.
+#include "QzFileLocations.h"
+
 #include <mutex>
 
 #include "QzFile.h"
+#include "QzFileXml.h"
 #include "QzLog.h"
 #include "QzOs.h"
 #include "QzSystem.h"

@@ -5,8 +5,13 @@
 #include <random>
 
 #include "QzFile.h"
+#include "QzFileLocations.h"
+#include "QzFileVolumes.h"
+#include "QzFileWrite.h"
+#include "QzFileXml.h"
 #include "QzLog.h"
 #include "QzOs.h"
+#include "QzTime.h"
 #include "QzUtil.h"
 
 namespace QzFile {
@@ -201,7 +206,7 @@ bool GetSimulatedRootVolumeContents_qzvol_id_xml(QzString* textRet) {
             QzLog::WriteLine(QzCat("WARNING: ", fn,
                                    " qzinfo.xml file exists but having trouble reading it iteration=",
                                    iteration, ", errStr=", err));
-            if (iteration < 5) QzOs::Sleep(200);
+            if (iteration < 5) QzTime::SleepMillis(200);
         }
     }
     if (!read) return false;

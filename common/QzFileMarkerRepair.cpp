@@ -5,6 +5,10 @@
 #include <vector>
 
 #include "QzFile.h"
+#include "QzFileLocations.h"
+#include "QzFileVolumes.h"
+#include "QzFileWrite.h"
+#include "QzFileXml.h"
 #include "QzLog.h"
 #include "QzUtil.h"
 

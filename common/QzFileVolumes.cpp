@@ -1,9 +1,14 @@
 // Attached volumes: one record per mount point with its sizes, type, file
 // system details and the identity its marker folder names.
+#include "QzFileVolumes.h"
+
 #include <cstdio>
 
 #include "QzFile.h"
 #include "QzFileInfo.h"
+#include "QzFileListing.h"
+#include "QzFileLocations.h"
+#include "QzFileXml.h"
 #include "QzLog.h"
 #include "QzOs.h"
 #include "QzTime.h"

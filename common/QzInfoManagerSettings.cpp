@@ -6,6 +6,9 @@
 #include <vector>
 
 #include "QzFile.h"
+#include "QzFileLocations.h"
+#include "QzFileVolumes.h"
+#include "QzFileXml.h"
 #include "QzInfoManager.h"
 #include "QzLog.h"
 #include "QzOs.h"

@@ -1,6 +1,8 @@
 #include "QzUiUtil.h"
 
 #include "QzFile.h"
+#include "QzFileLocations.h"
+#include "QzFileXml.h"
 #include "QzLog.h"
 
 namespace QzUiUtil {

@@ -2,6 +2,9 @@
 // from three ages: since it was last seen attached, since its file list was
 // started and since a file of it was last sent. Written to
 // "qzreports\qzdefcon.xml" for the other programs of the client.
+#include "QzFile.h"
+#include "QzFileLocations.h"
+#include "QzFileXml.h"
 #include "QzOs.h"
 #include "QzTime.h"
 #include "QzUiUtil.h"

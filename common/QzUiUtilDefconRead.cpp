@@ -2,6 +2,9 @@
 // another program holds it, or through a five-minute process-wide cache.
 #include <cstddef>
 
+#include "QzFile.h"
+#include "QzFileVolumes.h"
+#include "QzFileXml.h"
 #include "QzOs.h"
 #include "QzTime.h"
 #include "QzUiUtil.h"
@@ -77,7 +80,7 @@ bool QzVolDefcon_HitDisk_ReadQzDefconXmlFile(std::vector<QzVolDefconRecord>* rec
                 QzCat(path, ", tries=", kReadTries, ", err=", err));
             return false;
         }
-        QzOs::Sleep(kReadPauseMillis);
+        QzTime::SleepMillis(kReadPauseMillis);
     }
     if (text.Length() < 20) {
         Log("ERROR", kHitDisk, "read qzdefcon.xml file but too short fName=", QzCat(path, ", numBytes=", text.Length()));

@@ -4,7 +4,8 @@
 
 #include <cstdint>
 
-#include "QzFile.h"
+#include "QzFileLocations.h"
+#include "QzFileXml.h"
 #include "QzLog.h"
 #include "QzString.h"
 #include "QzSystem.h"

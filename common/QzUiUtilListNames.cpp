@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "QzFile.h"
+#include "QzFileLocations.h"
 #include "QzInfoManager.h"
 #include "QzUiUtil.h"
 #include "QzUiUtilInternal.h"

@@ -4,6 +4,10 @@
 // summary for the log and support engineers.
 #include <cstddef>
 
+#include "QzFile.h"
+#include "QzFileLocations.h"
+#include "QzFileVolumes.h"
+#include "QzFileXml.h"
 #include "QzInfoManager.h"
 #include "QzTime.h"
 #include "QzUiUtil.h"

@@ -4,6 +4,11 @@
 #include <cstring>
 #include <random>
 
+#include "QzFile.h"
+#include "QzFileLocations.h"
+#include "QzFileVolumes.h"
+#include "QzFileWrite.h"
+#include "QzFileXml.h"
 #include "QzOs.h"
 #include "QzTime.h"
 #include "QzUiUtil.h"
@@ -124,7 +129,7 @@ QzString TimePart(std::mt19937_64& rng) {
     static int64_t lastMillis = -1;
     int64_t now = QzTime::GetCurrentGmtMillis();
     for (int wait = 0; now == lastMillis && wait < 1000; ++wait) {
-        QzOs::Sleep(2);
+        QzTime::SleepMillis(2);
         now = QzTime::GetCurrentGmtMillis();
     }
     lastMillis = now;

@@ -7,13 +7,14 @@
 
 #include "QzCommands.h"
 #include "QzFile.h"
+#include "qzfilelist.h"
+#include "QzFileLocations.h"
 #include "QzInfoManager.h"
 #include "QzLog.h"
 #include "QzOs.h"
 #include "QzSystem.h"
 #include "QzTime.h"
 #include "QzUtil.h"
-#include "qzfilelist.h"
 
 namespace {
 

@@ -12,12 +12,15 @@
 #include <vector>
 
 #include "QzFile.h"
+#include "qzfilelist.h"
+#include "QzFileVolumes.h"
+#include "QzFileWrite.h"
+#include "QzFileXml.h"
 #include "QzInfoManager.h"
 #include "QzLog.h"
 #include "QzOs.h"
 #include "QzSystem.h"
 #include "QzTime.h"
-#include "qzfilelist.h"
 
 namespace {
 

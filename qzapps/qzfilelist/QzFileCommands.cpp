@@ -7,11 +7,13 @@
 #include "QzFastFileReader.h"
 #include "QzFile.h"
 #include "QzFileInfo.h"
+#include "qzfilelist.h"
+#include "QzFileListing.h"
+#include "QzFileLocations.h"
 #include "QzLog.h"
 #include "QzOs.h"
 #include "QzSystem.h"
 #include "QzTime.h"
-#include "qzfilelist.h"
 
 namespace {
 
@@ -201,7 +203,7 @@ int CmdOpenFileExclusive(const Args& args) {
     for (int seconds = 0; seconds < 5000; seconds += 5) {
         std::printf("Holding file exclusively seconds=%d ...\n", seconds);
         std::fflush(stdout);
-        QzOs::Sleep(5000);
+        QzTime::SleepMillis(5000);
     }
     QzOs::CloseFile(h);
     std::printf("Released file: %s\n", path.c_str());

@@ -4,6 +4,9 @@
 
 #include "QzCommands.h"
 #include "QzFile.h"
+#include "QzFileLocations.h"
+#include "QzFileVolumes.h"
+#include "QzFileWrite.h"
 #include "QzInfoManager.h"
 #include "QzLog.h"
 #include "QzTime.h"

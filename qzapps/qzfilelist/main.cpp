@@ -4,11 +4,12 @@
 #include <cstdlib>
 
 #include "QzFile.h"
+#include "qzfilelist.h"
+#include "QzFileLocations.h"
 #include "QzLog.h"
 #include "QzOs.h"
 #include "QzSystem.h"
 #include "QzTime.h"
-#include "qzfilelist.h"
 
 bool g_bufferingIsDisabled = false;
 bool g_isProc64 = false;

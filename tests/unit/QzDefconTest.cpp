@@ -4,6 +4,7 @@
 #include <chrono>
 #include <thread>
 
+#include "QzFile.h"
 #include "QzOs.h"
 #include "QzUiUtil.h"
 #include "RegistryTestFixture.h"

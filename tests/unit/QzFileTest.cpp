@@ -7,6 +7,8 @@
 #include <cstring>
 #include <filesystem>
 
+#include "QzFileWrite.h"
+#include "QzFileXml.h"
 #include "QzOs.h"
 #include "TestScratch.h"
 

@@ -7,8 +7,8 @@
 
 #include "QzOs.h"
 
-#include "QzFile.h"
 #include "QzFileInfo.h"
+#include "QzFileListing.h"
 #include "QzLog.h"
 #include "TestScratch.h"
 

@@ -6,6 +6,8 @@
 
 #include "MachineTestSupport.h"
 #include "QzFile.h"
+#include "QzFileLocations.h"
+#include "QzFileVolumes.h"
 #include "QzOs.h"
 #include "QzVolumeInfo.h"
 

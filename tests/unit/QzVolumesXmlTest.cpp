@@ -2,6 +2,7 @@
 // between two GUIDs, every rejection text of the reader, a failed write.
 #include <cstdio>
 
+#include "QzFile.h"
 #include "QzOs.h"
 #include "QzUiUtil.h"
 #include "RegistryTestFixture.h"
