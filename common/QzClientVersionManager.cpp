@@ -3,6 +3,7 @@
 #include <climits>
 #include <vector>
 
+#include "QzDataPaths.h"
 #include "QzFile.h"
 #include "QzFileLocations.h"
 #include "QzFileXml.h"
@@ -10,7 +11,7 @@
 #include "QzVersion.h"
 
 QzClientVersionManager::QzClientVersionManager() {
-    ReadFile(QzCat(QzFile::GetDataDir(), "qzupdates", "\\", "clientversion.xml").c_str());
+    ReadFile(QzFile::DataPath(QzFile::DataFile::ClientVersion).c_str());
 }
 
 QzClientVersionManager::QzClientVersionManager(const char* path) { ReadFile(path); }

@@ -10,6 +10,7 @@ namespace {
 constexpr const char* kNames[] = {
     "qzinfo.xml",
     "qzvolumes.xml",
+    "qzvolumes.xml.lock",
     "qzexcluderules_mandatory.xml",
     "qzexcluderules_editable.xml",
     "qzvol_system_volume",

@@ -41,7 +41,7 @@ QzString ComputeInstallDir() {
 }
 
 QzString ComputeDataDir() {
-    const QzString descriptor = QzCat(GetInstallDir(), "qzinstall.xml");
+    const QzString descriptor = GetInstallDescriptorPath();
     QzString dir;
     if (FileExists(descriptor.c_str()) && GetUniqueStrAttrFromXmlFile(descriptor.c_str(), "datadir", &dir) &&
         dir.Length() > 0) {
@@ -60,7 +60,7 @@ QzString ComputeDataDir() {
 }
 
 QzString ComputeHostGuid() {
-    const QzString descriptor = QzCat(GetInstallDir(), "qzinstall.xml");
+    const QzString descriptor = GetInstallDescriptorPath();
     QzString hguid;
     if (!GetUniqueStrAttrFromXmlFile(descriptor.c_str(), "hguid", &hguid) || hguid.Length() != 24) {
         QzLog::WriteLine(QzCat("ERROR: QzFile_Internal_Only_GetMyHostGuid - failed to get correct hguid from "
@@ -89,6 +89,8 @@ const QzString& Cached(bool Locations::*have, QzString Locations::*value, QzStri
 }
 
 }  // namespace
+
+QzString GetInstallDescriptorPath() { return QzCat(GetInstallDir(), "qzinstall.xml"); }
 
 const QzString& GetWindowsDir() {
     return Cached(&Locations::haveWindows, &Locations::windowsDir, [] {

@@ -10,6 +10,7 @@ constexpr const char* kUnknownHostGuid = "999999999999999999999999";
 const QzString& GetWindowsDir();       // ends in "\"
 const QzString& GetProgramFilesDir();  // no trailing "\"
 const QzString& GetInstallDir();       // ends in "\"
+QzString GetInstallDescriptorPath();   // the installer's "qzinstall.xml" in the install directory
 const QzString& GetDataDir();          // ends in "\"
 const QzString& GetMyHostGuid();       // 24 characters; 24 nines when unknown
 // Forgets the cached locations (tests only).

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "QzCommands.h"
+#include "QzDataPaths.h"
 #include "QzFile.h"
 #include "qzfilelist.h"
 #include "QzFileLocations.h"
@@ -231,7 +232,7 @@ const Command* Find(const Command* begin, const Command* end, const Args& args) 
 // loaded when present. Its absence is logged and tolerated here; the scan run
 // refuses to go on without it.
 void LookUpSettingsFile() {
-    const QzString path = QzCat(QzFile::GetDataDir(), "qzinfo.xml");
+    const QzString path = QzFile::DataPath(QzFile::DataFile::Settings);
     if (!QzFile::FileExists(path.c_str())) {
         QzLog::WriteLine("ERROR: qzfilelist could not find a qzinfo.xml file");
         return;

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "QzCommands.h"
+#include "QzDataPaths.h"
 #include "QzFastFileReader.h"
 #include "QzFile.h"
 #include "QzFileInfo.h"
@@ -73,7 +74,7 @@ int64_t ReadAllBytes(const char* path, QzString* detailRet) {
 // Who this process runs as, who the service runs as, and whether each may read the file.
 void PrintAccessReport(const QzString& path) {
     QzString serviceAccount;
-    const QzString runsAs = QzCat(QzFile::GetDataDir(), "qzreports", "\\", "qzserv_runs_as.txt");
+    const QzString runsAs = QzFile::DataPath(QzFile::DataFile::ServiceAccountName);
     QzString err;
     if (QzFile::ReadEntireFile(runsAs.c_str(), &serviceAccount, &err)) {
         while (serviceAccount.Length() && (serviceAccount.Last() == '\n' || serviceAccount.Last() == '\r' ||

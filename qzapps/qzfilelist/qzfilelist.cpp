@@ -2,9 +2,9 @@
 // registry; until then a scan request is logged and refused without harm.
 #include <cstdio>
 
+#include "qzfilelist.h"
 #include "QzLog.h"
 #include "QzSystem.h"
-#include "qzfilelist.h"
 
 void RunScanAndExit() {
     const QzString msg = QzCat("qzfilelist processId=", QzSystem::GetProcessId(),

@@ -64,7 +64,8 @@ def registry(m):
     check(text.startswith(XML_HEAD) and text.endswith("</contents>\n"), f"registry frame: {text!r}")
     lines = text[len(XML_HEAD):-len("</contents>\n")].split("\n")[:-1]
     meta = check_match(r'<qzvol_metadata lastAssignedQzVolShortId="(\d+)" gmtMillisThisFileWasWritten="(\d+)" '
-                       r'gmtDateTimeFileWasWritten="(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)" />$', lines[0], "metadata")
+                       r'gmtDateTimeFileWasWritten="(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)"( first_qzinfo_staging="true")? />$',
+                       lines[0], "metadata")
     written = datetime.datetime.fromtimestamp(int(meta.group(2)) / 1000, datetime.timezone.utc)
     check_eq(meta.group(3), written.strftime("%Y-%m-%d %H:%M:%S"), "gmtDateTimeFileWasWritten")
     entries = {}
