@@ -121,8 +121,8 @@ def defcon_text(most, records):
         "</contents>\n"
 
 
-def update_defcon(m):
-    r = m.run("-update_qzdefcon_xml")
+def update_defcon(m, env=None):
+    r = m.run("-update_qzdefcon_xml", env=env)
     check_eq(r.rc, 0, "exit code of -update_qzdefcon_xml")
     path = m.datadir_win + "qzreports\\qzdefcon.xml"
     check(r.stdout.startswith(f"Done updating file: {path}\n"), f"-update_qzdefcon_xml said {r.stdout!r}")
