@@ -119,7 +119,8 @@ def test_cloned_disk_leaves_the_selection_and_the_registry_alone(m):
         m.run("-update_qzvolumes_xml")
         check_eq(read(data(m, "qzinfo.xml")), selection, "selection in qzinfo.xml")
         check_eq(registry(m)[1][e]["mount"], "E:\\", "registered mount point of the cloned identity")
-    check(logged(m, "FOUND_DUPLICATE_VOL_ID: Vol_A_E:\\__Vol_B_F:\\"), "duplicate not logged")
+    check(logged(m, "ERROR: QzUiUtil::DoAnyCurrentlyAttachedHardDrivesHaveDuplicateVolGuids FOUND_DUPLICATE_VOL_ID: "
+                    "Vol_A_E:\\__Vol_B_F:\\"), "duplicate not logged")
     check(not logged(m, "self repairing sel for backup"), "selection repaired")
     # With E unplugged the clone stands in for it.
     shutil.rmtree(m.host_path("E:\\.qzvol"))
