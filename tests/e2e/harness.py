@@ -174,6 +174,7 @@ class WinePrefix:
             d = os.path.join(self.drive_c, sub, "Korvatine")
             shutil.rmtree(d, ignore_errors=True)
             os.makedirs(d)
+        shutil.rmtree(os.path.join(self.drive_c, ".qzvol"), ignore_errors=True)  # the system volume's old marker
         self._remove_links(keep=("c:",))
 
     def map_drive(self, letter, host_dir):
