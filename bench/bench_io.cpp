@@ -10,6 +10,7 @@
 #include "QzFastFileReader.h"
 #include "QzFile.h"
 #include "QzFileInfo.h"
+#include "QzFileListing.h"
 
 namespace {
 double Seconds(std::chrono::steady_clock::duration d) { return std::chrono::duration<double>(d).count(); }

@@ -3,12 +3,15 @@
 #include <climits>
 #include <vector>
 
+#include "QzDataPaths.h"
 #include "QzFile.h"
+#include "QzFileLocations.h"
+#include "QzFileXml.h"
 #include "QzLog.h"
 #include "QzVersion.h"
 
 QzClientVersionManager::QzClientVersionManager() {
-    ReadFile(QzCat(QzFile::GetDataDir(), "qzupdates", "\\", "clientversion.xml").c_str());
+    ReadFile(QzFile::DataPath(QzFile::DataFile::ClientVersion).c_str());
 }
 
 QzClientVersionManager::QzClientVersionManager(const char* path) { ReadFile(path); }

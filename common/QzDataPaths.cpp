@@ -1,8 +1,8 @@
 #include "QzDataPaths.h"
+#include "QzFileLocations.h"
 
 #include <cstddef>
 
-#include "QzFile.h"
 
 namespace QzFile {
 
@@ -10,6 +10,7 @@ namespace {
 constexpr const char* kNames[] = {
     "qzinfo.xml",
     "qzvolumes.xml",
+    "qzvolumes.xml.lock",
     "qzexcluderules_mandatory.xml",
     "qzexcluderules_editable.xml",
     "qzvol_system_volume",

@@ -11,6 +11,7 @@ enum class DataFile {
     // settings and rules
     Settings,             // qzinfo.xml
     VolumeRegistry,       // qzvolumes.xml
+    VolumeRegistryLock,   // qzvolumes.xml.lock (held while a process rewrites the registry)
     MandatoryRules,       // qzexcluderules_mandatory.xml
     EditableRules,        // qzexcluderules_editable.xml
     SystemVolumeMarkerFolder,  // qzvol_system_volume (folder)

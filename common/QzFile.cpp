@@ -3,9 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "QzLog.h"
 #include "QzOs.h"
-#include "QzFileWrite.h"
 #include "QzTime.h"
 
 namespace QzFile {
@@ -165,33 +163,6 @@ bool ReadFileIntoLines(const char* fileName, std::vector<QzString>* linesRet, Qz
     SplitIntoLines(buf, n, linesRet);
     std::free(buf);
     return true;
-}
-
-bool WriteEntireFile(const char* fileName, const char* data, int64_t len) {
-    QzOs::Handle h;
-    if (!fileName || QzOs::OpenFile(fileName, QzOs::OpenMode::CreateAlways, &h) != QzOs::ErrSuccess) return false;
-    bool ok = true;
-    for (int64_t done = 0; ok && done < len;) {
-        const int64_t chunk = len - done < (1 << 24) ? len - done : (1 << 24);
-        ok = QzOs::WriteFile(h, data + done, static_cast<uint32_t>(chunk)) == QzOs::ErrSuccess;
-        done += chunk;
-    }
-    ok = ok && QzOs::FlushFile(h) == QzOs::ErrSuccess;
-    QzOs::CloseFile(h);
-    return ok;
-}
-
-bool AtomicMoveFile(const char* source, const char* target) {
-    return source && target && QzOs::MoveFileReplace(source, target) == QzOs::ErrSuccess;
-}
-
-bool AtomicMoveFileWithRetry(const char* source, const char* target) {
-    const QzString src(source ? source : ""), dst(target ? target : "");
-    if (MoveWithRetry(source, target, 10, 100,
-                      [&](int) { QzLog::WriteLine(QzCat("INFO: AtomicMoveFileWithRetry attempt failed: ", src, " ", dst)); }))
-        return true;
-    QzLog::WriteLine(QzCat("ERROR: AtomicMoveFileWithRetry failed after 10 retries: ", src, " ", dst));
-    return false;
 }
 
 }  // namespace QzFile

@@ -1,4 +1,6 @@
 // Directory listing: every walk of the disk goes through here.
+#include "QzFileListing.h"
+
 #include <cstring>
 
 #include "QzFile.h"

@@ -1,9 +1,12 @@
 // Where the client is installed, where its data lives, and which machine this
 // is. Each is worked out once per process, with fallbacks that let a run go on
 // when the installer's record is missing or damaged.
+#include "QzFileLocations.h"
+
 #include <mutex>
 
 #include "QzFile.h"
+#include "QzFileXml.h"
 #include "QzLog.h"
 #include "QzOs.h"
 #include "QzSystem.h"
@@ -38,7 +41,7 @@ QzString ComputeInstallDir() {
 }
 
 QzString ComputeDataDir() {
-    const QzString descriptor = QzCat(GetInstallDir(), "qzinstall.xml");
+    const QzString descriptor = GetInstallDescriptorPath();
     QzString dir;
     if (FileExists(descriptor.c_str()) && GetUniqueStrAttrFromXmlFile(descriptor.c_str(), "datadir", &dir) &&
         dir.Length() > 0) {
@@ -57,7 +60,7 @@ QzString ComputeDataDir() {
 }
 
 QzString ComputeHostGuid() {
-    const QzString descriptor = QzCat(GetInstallDir(), "qzinstall.xml");
+    const QzString descriptor = GetInstallDescriptorPath();
     QzString hguid;
     if (!GetUniqueStrAttrFromXmlFile(descriptor.c_str(), "hguid", &hguid) || hguid.Length() != 24) {
         QzLog::WriteLine(QzCat("ERROR: QzFile_Internal_Only_GetMyHostGuid - failed to get correct hguid from "
@@ -86,6 +89,8 @@ const QzString& Cached(bool Locations::*have, QzString Locations::*value, QzStri
 }
 
 }  // namespace
+
+QzString GetInstallDescriptorPath() { return QzCat(GetInstallDir(), "qzinstall.xml"); }
 
 const QzString& GetWindowsDir() {
     return Cached(&Locations::haveWindows, &Locations::windowsDir, [] {

@@ -4,7 +4,14 @@
 // clone of the old copy at the system volume's root.
 #include <random>
 
+#include "QzDataPaths.h"
 #include "QzFile.h"
+#include "QzFileLocations.h"
+#include "QzFileRead.h"
+#include "QzFileVolumes.h"
+#include "QzFileWrite.h"
+#include "QzFileXml.h"
+#include "QzInfoXml.h"
 #include "QzLog.h"
 #include "QzOs.h"
 #include "QzUtil.h"
@@ -15,7 +22,6 @@ namespace {
 
 constexpr const char* kIdFileName = "qzvol_id.xml";
 constexpr const char* kReadmeFileName = "README.txt";
-constexpr const char* kSystemFolderName = "qzvol_system_volume";
 // The vendor page a person finding the folder is sent to.
 constexpr const char* kHelpLine = "information: https://www.korvatine.com/help/qzvol";
 
@@ -74,15 +80,18 @@ QzString BuildReadme(bool systemVolume, const QzString& mountPoint) {
     return t;
 }
 
-// Writes to `path` + ".tmp" and moves that over `path`.
-bool WriteWhole(const QzString& path, const QzString& text) {
-    const QzString tmp = QzCat(path, ".tmp");
-    if (!WriteEntireFile(tmp.c_str(), text.c_str(), text.Length()) ||
-        !AtomicMoveFileWithRetry(tmp.c_str(), path.c_str())) {
-        DeleteFileIfExists(tmp.c_str());
-        return false;
-    }
-    return true;
+// Writes to `path` + ".tmp" and moves that over `path`; a non-zero
+// lastWriteTime (a Win32 file time) is kept as the file's modification time.
+bool WriteWhole(const QzString& path, const QzString& text, int64_t lastWriteTime = 0) {
+    ReplacePolicy policy;
+    policy.lastWriteTime = lastWriteTime;
+    return WriteFileAtomically(path, text, policy);
+}
+
+// The modification time of a file as a Win32 file time; 0 when unknown.
+int64_t LastWriteTimeOf(const QzString& path) {
+    QzOs::FileAttrData d;
+    return QzOs::GetFileAttributesEx(path.c_str(), &d) == QzOs::ErrSuccess ? d.lastWriteTime : 0;
 }
 
 // Creates a folder and makes it hidden; an existing folder is left as it is.
@@ -132,8 +141,12 @@ bool IsSystemBootVolume(const QzString& mountPoint) {
 }
 
 QzString GetQzVolFolderOfVolume(const QzString& mountPoint) {
-    if (IsSystemBootVolume(mountPoint)) return QzCat(GetDataDir(), kSystemFolderName, "\\");
+    if (IsSystemBootVolume(mountPoint)) return QzCat(DataPath(DataFile::SystemVolumeMarkerFolder), "\\");
     return QzCat(WithoutOneTrailingSeparator(mountPoint), "\\.qzvol\\");
+}
+
+QzString GetQzVolIdFileOfVolume(const QzString& mountPoint) {
+    return QzCat(GetQzVolFolderOfVolume(mountPoint), kIdFileName);
 }
 
 bool WriteVolumeGuidIntoDotQzVolDirOnVolume(const QzString& mountPoint, const QzString& vguid,
@@ -187,34 +200,29 @@ bool GetSimulatedRootVolumeContents_qzvol_id_xml(QzString* textRet) {
     if (!textRet) return false;
     textRet->Clear();
     const char* const fn = "QzFile::GetSimulatedRootVolumeContents_qzvol_id_xml";
-    const QzString qzinfo = QzCat(GetDataDir(), "qzinfo.xml");
-    if (!FileExists(qzinfo.c_str())) {
+    const QzString qzinfo = QzInfoManager::QzInfoXmlPath();
+    ReadPolicy policy;
+    policy.pauseMillis = 200;
+    policy.onFailedAttempt = [&](int iteration, const QzString& err) {
+        QzLog::WriteLine(QzCat("WARNING: ", fn, " qzinfo.xml file exists but having trouble reading it iteration=",
+                               iteration, ", errStr=", err));
+    };
+    QzString content;
+    const ReadStatus status = QzInfoManager::ReadQzInfoXmlText(qzinfo, &content, policy);
+    if (status == ReadStatus::Missing) {
         QzLog::WriteLine(QzCat("WARNING: ", fn, " qzinfo.xml file does not exist here=", qzinfo,
                                ", which is normal in the installer, but bad any other time."));
         return false;
     }
-    QzString content, err;
-    bool read = false;
-    for (int iteration = 1; iteration <= 5 && !read; ++iteration) {
-        read = ReadEntireFile(qzinfo.c_str(), &content, &err);
-        if (!read) {
-            QzLog::WriteLine(QzCat("WARNING: ", fn,
-                                   " qzinfo.xml file exists but having trouble reading it iteration=",
-                                   iteration, ", errStr=", err));
-            if (iteration < 5) QzOs::Sleep(200);
-        }
-    }
-    if (!read) return false;
+    if (status != ReadStatus::Ok) return false;
 
     const QzString root = QzCat(SystemDrive(), "\\");
-    std::vector<QzString> snippets;
-    GetAllXmlSnippetsWithTagNameInXmlText(content.c_str(), content.Length(), "qzvolume", &snippets);
-    QzString vguid, mount;
+    QzString vguid;
     bool found = false;
-    for (const QzString& s : snippets) {
-        if (GetUniqueStrAttrFromXmlSnippet(s, "mountPointPath", &mount) &&
-            mount.EqualsIgnoreCase(root.c_str()) &&
-            GetUniqueStrAttrFromXmlSnippet(s, "qzVolumeGuid", &vguid)) {
+    for (const QzInfoManager::QzInfoVolumeRef& ref :
+         QzInfoManager::GetVolumeRefs(content, QzInfoManager::kSelectedVolume)) {
+        if (ref.hasMount && ref.hasGuid && QzInfoManager::SameMountPoint(ref.mountPoint, root)) {
+            vguid = ref.vguid;
             found = true;
             break;
         }
@@ -242,7 +250,7 @@ bool GetSimulatedRootVolumeContents_qzvol_id_xml(QzString* textRet) {
 
 bool CloneQzVolFolderOfSystemVolumeIntoDataDir_IfNeeded() {
     const char* const fn = "QzFile::CloneQzVolFolderOfSystemVolumeIntoDataDir_IfNeeded";
-    const QzString folder = QzCat(GetDataDir(), kSystemFolderName, "\\");
+    const QzString folder = QzCat(DataPath(DataFile::SystemVolumeMarkerFolder), "\\");
     const QzString dstId = QzCat(folder, kIdFileName);
     const QzString dstReadme = QzCat(folder, kReadmeFileName);
     if (FileExists(dstId.c_str())) {
@@ -258,15 +266,21 @@ bool CloneQzVolFolderOfSystemVolumeIntoDataDir_IfNeeded() {
     const QzString srcId = QzCat(oldFolder, kIdFileName);
     const QzString srcReadme = QzCat(oldFolder, kReadmeFileName);
 
-    QzString idText, readmeText, err;
-    QzString source;
-    if (FileExists(srcId.c_str())) {
-        if (!ReadEntireFile(srcId.c_str(), &idText, &err)) {
-            QzLog::WriteLine(
-                QzCat("ERROR: ", fn, " could not read src=", srcId, ", errStr=", err, ", dst=", dstId));
-            return false;
-        }
-        if (!ReadEntireFile(srcReadme.c_str(), &readmeText, &err)) readmeText = BuildReadme(true, root);
+    // A copy keeps its original's modification time: whether the stored host
+    // identifier is newer than this install is judged by it.
+    QzString idText, readmeText, err, source;
+    int64_t idTime = 0, readmeTime = 0;
+    const ReadStatus status = ReadFilePatiently(srcId.c_str(), &idText, {}, &err);
+    if (status == ReadStatus::Held) {
+        QzLog::WriteLine(QzCat("ERROR: ", fn, " could not read src=", srcId, ", errStr=", err, ", dst=", dstId));
+        return false;
+    }
+    if (status == ReadStatus::Ok) {
+        idTime = LastWriteTimeOf(srcId);
+        if (ReadFilePatiently(srcReadme.c_str(), &readmeText) == ReadStatus::Ok)
+            readmeTime = LastWriteTimeOf(srcReadme);
+        else
+            readmeText = BuildReadme(true, root);
         source = srcId;
     } else {
         if (!GetSimulatedRootVolumeContents_qzvol_id_xml(&idText)) {
@@ -275,9 +289,9 @@ bool CloneQzVolFolderOfSystemVolumeIntoDataDir_IfNeeded() {
             return false;
         }
         readmeText = BuildReadme(true, root);
-        source = QzCat("simulated from ", GetDataDir(), "qzinfo.xml");
+        source = QzCat("simulated from ", QzInfoManager::QzInfoXmlPath());
     }
-    if (!WriteWhole(dstReadme, readmeText) || !WriteWhole(dstId, idText)) {
+    if (!WriteWhole(dstReadme, readmeText, readmeTime) || !WriteWhole(dstId, idText, idTime)) {
         QzLog::WriteLine(QzCat("ERROR: ", fn, " could not write dst=", dstId, ", src=", source));
         return false;
     }

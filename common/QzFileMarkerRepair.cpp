@@ -4,9 +4,15 @@
 // identifier in "qzinfo.xml" made on the same occasion.
 #include <vector>
 
+#include "QzDataPaths.h"
 #include "QzFile.h"
+#include "QzFileLocations.h"
+#include "QzFileRead.h"
+#include "QzFileVolumes.h"
+#include "QzFileWrite.h"
+#include "QzFileXml.h"
+#include "QzInfoXml.h"
 #include "QzLog.h"
-#include "QzUtil.h"
 
 namespace QzFile {
 
@@ -18,97 +24,38 @@ void Log(const char* level, const QzString& text) {
     QzLog::WriteLine(QzCat(level, kFn, " ", text));
 }
 
-bool IsNameChar(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
-           c == '-' || c == ':' || c == '.';
-}
-
-// Replaces text[pos, pos + len) by `with`.
-QzString Splice(const QzString& text, int32_t pos, int32_t len, const QzString& with) {
-    QzString out(text.c_str(), pos);
-    out.Append(with);
-    out.Append(text.c_str() + pos + len);
-    return out;
-}
-
-// Replaces the value of the first attribute `name` (the reader's rule: not
-// the tail of a longer name); false when the attribute is not there.
-bool ReplaceAttrValue(QzString* text, const char* name, const QzString& value) {
-    const QzString key = QzCat(name, "=\"");
-    for (int32_t at = text->Find(key.c_str()); at >= 0; at = text->Find(key.c_str(), at + 1)) {
-        if (at > 0 && IsNameChar((*text)[at - 1])) continue;
-        const int32_t start = at + key.Length();
-        const int32_t end = text->Find("\"", start);
-        if (end < 0) return false;
-        QzString escaped;
-        QzUtil::AppendXmlEscaped(escaped, value);
-        *text = Splice(*text, start, end - start, escaped);
-        return true;
-    }
-    return false;
-}
-
-bool SameMountPoint(const QzString& a, const QzString& b) {
-    QzString x(a), y(b);
-    if (x.Last() == '\\' || x.Last() == '/') x.Truncate(x.Length() - 1);
-    if (y.Last() == '\\' || y.Last() == '/') y.Truncate(y.Length() - 1);
-    return !x.IsEmpty() && x.EqualsIgnoreCase(y.c_str());
-}
-
-// Corrects, in the settings text, every element of `tag` that names the
-// system volume with another identifier. Returns how many were corrected;
-// `namesSystem` tells whether any element named the system volume at all.
-int CorrectElements(QzString* text, const char* tag, const char* guidAttr, const char* mountAttr,
-                    const QzString& systemMount, const QzString& vguid, bool* namesSystem) {
-    std::vector<QzString> snippets;
-    GetAllXmlSnippetsWithTagNameInXmlText(text->c_str(), text->Length(), tag, &snippets);
-    int fixes = 0;
-    int32_t from = 0;
-    for (const QzString& s : snippets) {
-        const int32_t pos = text->Find(s.c_str(), from);
-        if (pos < 0) break;
-        from = pos + s.Length();
-        QzString mount, guid;
-        if (!GetUniqueStrAttrFromXmlSnippet(s, mountAttr, &mount) || !SameMountPoint(mount, systemMount))
-            continue;
-        *namesSystem = true;
-        if (!GetUniqueStrAttrFromXmlSnippet(s, guidAttr, &guid) || guid.Equals(vguid)) continue;
-        QzString fixed(s);
-        if (!ReplaceAttrValue(&fixed, guidAttr, vguid)) continue;
-        Log("WARNING: ", QzCat("repairing qzinfo.xml element=", s, ", with=", fixed));
-        *text = Splice(*text, pos, s.Length(), fixed);
-        from = pos + fixed.Length();
-        ++fixes;
-    }
-    return fixes;
-}
-
 // The opportunistic part: the settings should name the system volume with
 // its correct identifier everywhere, and select it for backup.
 void RepairQzInfo(const QzString& qzinfo, const QzString& systemMount, const QzString& vguid) {
-    QzString text, err;
-    if (!FileExists(qzinfo.c_str()) || !ReadEntireFile(qzinfo.c_str(), &text, &err) || text.Length() < 20) {
+    using namespace QzInfoManager;
+    QzString text;
+    if (ReadQzInfoXmlText(qzinfo, &text) != ReadStatus::Ok || text.Length() < 20) {
         Log("WARNING: ",
             QzCat(
                 "skipping the opportunistic repairs, qzinfo.xml missing, unreadable or too small, fileName=",
                 qzinfo));
         return;
     }
-    bool scratchNamesSystem = false, selected = false;
-    int fixes = CorrectElements(&text, "scratch_drive", "scratch_vol_guid", "scratch_mountpoint", systemMount,
-                                vguid, &scratchNamesSystem);
-    fixes +=
-        CorrectElements(&text, "qzvolume", "qzVolumeGuid", "mountPointPath", systemMount, vguid, &selected);
+    bool selected = false;
+    const auto correct = [&](bool isSelection) {
+        return [&, isSelection](const QzInfoVolumeRef& ref, QzString* guid, QzString*) {
+            if (!ref.hasMount || !SameMountPoint(ref.mountPoint, systemMount)) return false;
+            if (isSelection) selected = true;
+            if (!ref.hasGuid || ref.vguid.Equals(vguid)) return false;
+            Log("WARNING: ", QzCat("repairing qzinfo.xml element=", ref.element, ", with vguid=", vguid));
+            *guid = vguid;
+            return true;
+        };
+    };
+    int fixes = EditVolumeRefs(&text, kScratchDrive, correct(false));
+    fixes += EditVolumeRefs(&text, kSelectedVolume, correct(true));
     if (!selected) {
-        const QzString line =
-            QzCat("<qzvolume qzVolumeGuid=\"", vguid, "\"  mountPointPath=\"", systemMount, "\" />");
-        const int32_t end = text.Find("</hard_drives_to_backup>");
-        if (end < 0) {
+        if (!InsertSelectedVolume(&text, vguid, systemMount)) {
             Log("ERROR: ",
                 QzCat("could not insert the SystemVolume, no </hard_drives_to_backup> in fileName=", qzinfo));
         } else {
-            Log("INFO: ", QzCat("inserting SystemVolume selected for backup with this xml=", line));
-            text = Splice(text, end, 0, QzCat(line, "\n"));
+            Log("INFO: ", QzCat("inserting SystemVolume selected for backup with this xml=<qzvolume qzVolumeGuid=\"",
+                                vguid, "\"  mountPointPath=\"", systemMount, "\" />"));
             ++fixes;
         }
     }
@@ -118,10 +65,7 @@ void RepairQzInfo(const QzString& qzinfo, const QzString& systemMount, const QzS
                             qzinfo));
         return;
     }
-    const QzString tmp = QzCat(qzinfo, ".tmp");
-    if (!WriteEntireFile(tmp.c_str(), text.c_str(), text.Length()) ||
-        !AtomicMoveFileWithRetry(tmp.c_str(), qzinfo.c_str())) {
-        DeleteFileIfExists(tmp.c_str());
+    if (!WriteQzInfoXmlText(qzinfo, text)) {
         Log("ERROR: ", QzCat("could not write the repaired qzinfo.xml, fileName=", qzinfo));
         return;
     }
@@ -160,7 +104,7 @@ bool QzMyInternalAttemptRepairBad_assocHguid_in_qzvol_system_volume_folder(const
     const bool shaped =
         fileName.Length() > tail && fileName.EndsWithIgnoreCase("qzvol_id.xml") &&
         (fileName[fileName.Length() - 13] == '\\' || fileName[fileName.Length() - 13] == '/') &&
-        QzString(fileName.c_str() + fileName.Length() - tail, 19).EqualsIgnoreCase("qzvol_system_volume");
+        QzString(fileName.c_str() + fileName.Length() - tail, 19).EqualsIgnoreCase(DataRelativeName(DataFile::SystemVolumeMarkerFolder));
     if (shaped) trimmed.Truncate(fileName.Length() - tail);
     QzString dataDir(trimmed);
     if (dataDir.Last() == '\\' || dataDir.Last() == '/') dataDir.Truncate(dataDir.Length() - 1);
@@ -170,26 +114,23 @@ bool QzMyInternalAttemptRepairBad_assocHguid_in_qzvol_system_volume_folder(const
                   trimmed));
         return false;
     }
-    const QzString qzinfo = QzCat(dataDir, "\\qzinfo.xml");
+    const QzString qzinfo = QzCat(dataDir, "\\", DataRelativeName(DataFile::Settings));
 
     // 2. The correct identifier of the system volume: the settings', else the marker's own.
     const QzString& win = GetWindowsDir();
     const QzString systemMount = QzCat(win.Length() >= 2 ? QzString(win.c_str(), 2) : QzString("C:"), "\\");
-    QzString settings, err, vguid;
-    std::vector<QzString> snippets;
-    if (ReadEntireFile(qzinfo.c_str(), &settings, &err))
-        GetAllXmlSnippetsWithTagNameInXmlText(settings.c_str(), settings.Length(), "qzvolume", &snippets);
-    for (const QzString& s : snippets) {
-        QzString mount, guid;
-        if (GetUniqueStrAttrFromXmlSnippet(s, "mountPointPath", &mount) &&
-            SameMountPoint(mount, systemMount) && GetUniqueStrAttrFromXmlSnippet(s, "qzVolumeGuid", &guid) &&
-            guid.Length() == 28) {
-            Log("INFO: ",
-                QzCat("very good situation, this xmlSnippet had the SystemVolume mountPointPath and correct "
-                      "length qzVolumeGuid, xmlSnippet=",
-                      s));
-            vguid = guid;
-            break;
+    QzString settings, vguid;
+    if (QzInfoManager::ReadQzInfoXmlText(qzinfo, &settings) == ReadStatus::Ok) {
+        for (const QzInfoManager::QzInfoVolumeRef& ref :
+             QzInfoManager::GetVolumeRefs(settings, QzInfoManager::kSelectedVolume)) {
+            if (ref.hasMount && QzInfoManager::SameMountPoint(ref.mountPoint, systemMount) &&
+                ref.vguid.Length() == 28) {
+                Log("INFO: ", QzCat("very good situation, this xmlSnippet had the SystemVolume mountPointPath and "
+                                    "correct length qzVolumeGuid, xmlSnippet=",
+                                    ref.element));
+                vguid = ref.vguid;
+                break;
+            }
         }
     }
     if (vguid.IsEmpty()) {
@@ -207,15 +148,12 @@ bool QzMyInternalAttemptRepairBad_assocHguid_in_qzvol_system_volume_folder(const
 
     // 3. Rewrite the marker with this machine's identifier (and the correct vguid).
     QzString repaired(*markerContents);
-    if (!ReplaceAttrValue(&repaired, "associated_hguid", *myHguid)) {
+    if (!SetUniqueStrAttrInXmlSnippet(&repaired, "associated_hguid", *myHguid)) {
         Log("ERROR: ", QzCat("no associated_hguid to repair in fileName=", fileName));
         return false;
     }
-    if (!vguid.IsEmpty()) ReplaceAttrValue(&repaired, "vguid", vguid);
-    const QzString tmp = QzCat(fileName, ".tmp");
-    if (!WriteEntireFile(tmp.c_str(), repaired.c_str(), repaired.Length()) ||
-        !AtomicMoveFileWithRetry(tmp.c_str(), fileName.c_str())) {
-        DeleteFileIfExists(tmp.c_str());
+    if (!vguid.IsEmpty()) SetUniqueStrAttrInXmlSnippet(&repaired, "vguid", vguid);
+    if (!WriteFileAtomically(fileName, repaired)) {
         Log("ERROR: ", QzCat("could not write the repaired marker, fileName=", fileName));
         return false;
     }

@@ -29,7 +29,8 @@ bool IsAbsent(const char* path) {
 
 ReadStatus ReadFilePatiently(const char* path, QzString* contentRet, const ReadPolicy& policy, QzString* errStrRet) {
     QzString err;
-    for (int attempt = 0; attempt < (policy.attempts > 0 ? policy.attempts : 1); ++attempt) {
+    const int attempts = policy.attempts > 0 ? policy.attempts : 1;
+    for (int attempt = 0; attempt < attempts; ++attempt) {
         if (attempt > 0) QzTime::SleepMillis(policy.pauseMillis);
         if (path && IsAbsent(path)) {
             if (errStrRet) errStrRet->Set("file_does_not_exist");
@@ -39,6 +40,7 @@ ReadStatus ReadFilePatiently(const char* path, QzString* contentRet, const ReadP
             if (errStrRet) errStrRet->Clear();
             return ReadStatus::Ok;
         }
+        if (policy.onFailedAttempt) policy.onFailedAttempt(attempt + 1, err);
     }
     if (contentRet) contentRet->Clear();
     if (errStrRet) *errStrRet = err;

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 
 #include "QzString.h"
 
@@ -24,6 +25,9 @@ const char* ReadStatusName(ReadStatus status);  // "ok", "missing", "held", "mal
 struct ReadPolicy {
     int attempts = 5;            // reads in all before giving up on a held file
     uint32_t pauseMillis = 100;  // between failed reads
+    // Called after each failed read of a file that exists, with the number of
+    // failures so far and the reader's text, for callers that log each try.
+    std::function<void(int failures, const QzString& err)> onFailedAttempt;
 };
 
 // Reads the whole file. Ok, Missing or Held; errStrRet gets the reader's text

@@ -1,9 +1,15 @@
 // Attached volumes: one record per mount point with its sizes, type, file
 // system details and the identity its marker folder names.
+#include "QzFileVolumes.h"
+
 #include <cstdio>
 
 #include "QzFile.h"
 #include "QzFileInfo.h"
+#include "QzFileListing.h"
+#include "QzFileRead.h"
+#include "QzFileLocations.h"
+#include "QzFileXml.h"
 #include "QzLog.h"
 #include "QzOs.h"
 #include "QzTime.h"
@@ -61,7 +67,7 @@ bool RootLooksEmpty(const QzString& root) {
 // which machine owns the volume. The unknown identifier is never kept.
 bool StoredHguidIsTheMoreRecent(const QzString& markerFile, const QzString& storedHguid) {
     if (storedHguid.Equals(kUnknownHostGuid)) return false;
-    const QzString descriptor = QzCat(GetInstallDir(), "qzinstall.xml");
+    const QzString descriptor = GetInstallDescriptorPath();
     const int64_t markerTime = GetFileLastModMillis(markerFile.c_str());
     const int64_t descriptorTime = GetFileLastModMillis(descriptor.c_str());
     return markerTime != 0 && descriptorTime != 0 && markerTime > descriptorTime;
@@ -98,10 +104,12 @@ void ReadMarker(QzVolumeInfo& info, bool allowRepair) {
     info.volumeGuid.Clear();
     info.associatedHguid.Clear();
     info.markerError.Clear();
-    const QzString markerFile = QzCat(GetQzVolFolderOfVolume(info.mountPoint), "qzvol_id.xml");
-    if (!FileExists(markerFile.c_str())) return;  // no identity yet: not an error
+    const QzString markerFile = GetQzVolIdFileOfVolume(info.mountPoint);
     QzString content, err, vguid, hguid;
-    if (!ReadEntireFile(markerFile.c_str(), &content, &err)) {
+    const ReadStatus status = ReadFilePatiently(markerFile.c_str(), &content, {}, &err);
+    if (status == ReadStatus::Missing) return;  // no identity yet: not an error
+    if (status != ReadStatus::Ok) {
+        // Held by another program: the volume may well carry an identity.
         info.markerError.Set("qzvol_id_file_exists_but_not_readable");
     } else if (content.Length() < 10) {
         info.markerError = QzCat("read_qzvol_id_file_but_too_few_bytes=", content.Length());

@@ -19,6 +19,28 @@ bool WriteAll(QzOs::Handle h, const char* data, int64_t len) {
 }
 }  // namespace
 
+bool WriteEntireFile(const char* fileName, const char* data, int64_t len) {
+    QzOs::Handle h;
+    if (!fileName || QzOs::OpenFile(fileName, QzOs::OpenMode::CreateAlways, &h) != QzOs::ErrSuccess) return false;
+    bool ok = WriteAll(h, data, len) && QzOs::FlushFile(h) == QzOs::ErrSuccess;
+    QzOs::CloseFile(h);
+    return ok;
+}
+
+bool AtomicMoveFile(const char* source, const char* target) {
+    return source && target && QzOs::MoveFileReplace(source, target) == QzOs::ErrSuccess;
+}
+
+bool AtomicMoveFileWithRetry(const char* source, const char* target) {
+    const QzString src(source ? source : ""), dst(target ? target : "");
+    if (MoveWithRetry(source, target, 10, 100, [&](int) {
+            QzLog::WriteLine(QzCat("INFO: AtomicMoveFileWithRetry attempt failed: ", src, " ", dst));
+        }))
+        return true;
+    QzLog::WriteLine(QzCat("ERROR: AtomicMoveFileWithRetry failed after 10 retries: ", src, " ", dst));
+    return false;
+}
+
 bool MoveWithRetry(const char* source, const char* target, int attempts, uint32_t pauseMillis,
                    const MoveFailureFn& onFailure) {
     for (int failures = 0; failures < attempts;) {
@@ -41,6 +63,8 @@ bool WriteFileAtomically(const char* path, const char* data, int64_t len, const 
         if (r.writeAttempts++ > 0) QzTime::SleepMillis(policy.pauseMillis);
         r.written = WriteEntireFile(tmp.c_str(), data, len);
     }
+    if (r.written && policy.lastWriteTime != 0)
+        r.written = QzOs::SetFileLastWriteTime(tmp.c_str(), policy.lastWriteTime) == QzOs::ErrSuccess;
     if (!r.written) {
         DeleteFileIfExists(tmp.c_str());
         return false;
@@ -49,6 +73,7 @@ bool WriteFileAtomically(const char* path, const char* data, int64_t len, const 
     r.moved = MoveWithRetry(tmp.c_str(), path, policy.moveAttempts, policy.pauseMillis, [&](int failures) {
         r.moveAttempts = failures;
         if (name) QzLog::WriteLine(QzCat("INFO: ", name, " attempt failed: ", tmp, " ", path));
+        if (policy.onMoveFailure) policy.onMoveFailure(failures);
     });
     if (r.moved) {
         ++r.moveAttempts;

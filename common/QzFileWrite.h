@@ -16,6 +16,17 @@ namespace QzFile {
 // caller can log the texts of its own (most callers log from a given failure on).
 using MoveFailureFn = std::function<void(int failures)>;
 
+// Creates or truncates the file, writes all bytes and flushes them to disk.
+// Only for files no other program reads while they are written; every file
+// that others read goes through WriteFileAtomically or FutureFile.
+bool WriteEntireFile(const char* fileName, const char* data, int64_t len);
+// One move with replace-existing and write-through; the target is replaced in one step.
+bool AtomicMoveFile(const char* source, const char* target);
+// Up to 10 moves 100 ms apart, logging "INFO: AtomicMoveFileWithRetry attempt
+// failed: " after each failure and "ERROR: AtomicMoveFileWithRetry failed after
+// 10 retries: " after the last.
+bool AtomicMoveFileWithRetry(const char* source, const char* target);
+
 // Moves `source` over `target` (replace-existing, write-through) up to
 // `attempts` times with `pauseMillis` between failed attempts.
 bool MoveWithRetry(const char* source, const char* target, int attempts, uint32_t pauseMillis,
@@ -31,6 +42,12 @@ struct ReplacePolicy {
     // "ERROR: <name> failed after N retries: ..."). Null: the primitive logs
     // nothing and the caller reports from the result.
     const char* logName = "AtomicMoveFileWithRetry";
+    // Called after each failed move (after the primitive's own line), for
+    // callers whose retries log texts of their own.
+    MoveFailureFn onMoveFailure;
+    // Non-zero: the new file carries this last-modification time (a Win32
+    // file time) from the moment it appears, as a copy keeps its original's.
+    int64_t lastWriteTime = 0;
 };
 
 struct ReplaceResult {

@@ -1,8 +1,12 @@
 // The program's XML files are small and flat, written one element per line;
-// they are read with these two cutters rather than a general parser.
+// they are read with these two cutters rather than a general parser, and
+// edited one attribute value at a time.
+#include "QzFileXml.h"
+
 #include <cstring>
 
 #include "QzFile.h"
+#include "QzUtil.h"
 
 namespace QzFile {
 
@@ -66,24 +70,87 @@ bool GetAllXmlSnippetsWithTagNameInXmlFile(const char* fileName, const char* tag
     return GetAllXmlSnippetsWithTagNameInXmlText(content.c_str(), content.Length(), tag, snippetsRet);
 }
 
-bool GetUniqueStrAttrFromXmlSnippet(const char* snippet, const char* name, QzString* valueRet) {
-    if (!valueRet) return false;
-    valueRet->Clear();
-    if (!snippet || !name || !*name) return false;
+namespace {
+// The value of the first `name="..."` in [begin, end) whose name is not the
+// tail of a longer name (e.g. "hguid" in "associated_hguid"): the reader's
+// rule and the splicer's, so that an edit changes exactly what is read.
+bool FindAttrValue(const char* begin, const char* end, const char* name, const char** valueRet,
+                   const char** valueEndRet) {
+    if (!begin || !name || !*name) return false;
     const QzString key = QzCat(name, "=\"");
-    const char* end = snippet + std::strlen(snippet);
-    const char* p = snippet;
+    const char* p = begin;
     while ((p = FindBytes(p, end, key.c_str(), static_cast<size_t>(key.Length()))) != nullptr) {
-        if (p > snippet && IsNameChar(p[-1])) {  // tail of a longer name, e.g. "associated_hguid"
+        if (p > begin && IsNameChar(p[-1])) {
             ++p;
             continue;
         }
         const char* v = p + key.Length();
         const char* q = static_cast<const char*>(std::memchr(v, '"', static_cast<size_t>(end - v)));
         if (!q) return false;
-        return valueRet->Set(v, static_cast<int32_t>(q - v));
+        *valueRet = v;
+        *valueEndRet = q;
+        return true;
     }
     return false;
+}
+}  // namespace
+
+bool GetUniqueStrAttrFromXmlSnippet(const char* snippet, const char* name, QzString* valueRet) {
+    if (!valueRet) return false;
+    valueRet->Clear();
+    if (!snippet) return false;
+    const char* v = nullptr;
+    const char* q = nullptr;
+    if (!FindAttrValue(snippet, snippet + std::strlen(snippet), name, &v, &q)) return false;
+    return valueRet->Set(v, static_cast<int32_t>(q - v));
+}
+
+bool SetUniqueStrAttrInXmlText(QzString* text, int32_t from, int32_t to, const char* name, const QzString& value) {
+    if (!text || from < 0 || from > text->Length()) return false;
+    if (to < 0 || to > text->Length()) to = text->Length();
+    if (to < from) return false;
+    const char* base = text->c_str();
+    const char* v = nullptr;
+    const char* q = nullptr;
+    if (!FindAttrValue(base + from, base + to, name, &v, &q)) return false;
+    QzString out(base, static_cast<int32_t>(v - base));
+    QzUtil::AppendXmlEscaped(out, value);
+    out.Append(q, static_cast<int32_t>(base + text->Length() - q));
+    *text = std::move(out);
+    return true;
+}
+
+std::vector<XmlElementAt> GetXmlElementsWithOffsets(const QzString& text, const char* tag) {
+    std::vector<QzString> snippets;
+    GetAllXmlSnippetsWithTagNameInXmlText(text.c_str(), text.Length(), tag, &snippets);
+    std::vector<XmlElementAt> out;
+    int32_t cursor = 0;
+    for (QzString& s : snippets) {
+        const int32_t at = text.Find(s.c_str(), cursor);
+        if (at < 0) break;
+        cursor = at + s.Length();
+        out.push_back({at, std::move(s)});
+    }
+    return out;
+}
+
+bool RemoveXmlComments(const QzString& in, QzString* out, int32_t* unterminatedAtRet) {
+    out->Clear();
+    int32_t pos = 0;
+    for (;;) {
+        const int32_t start = in.Find("<!--", pos);
+        if (start < 0) {
+            out->Append(in.c_str() + pos, in.Length() - pos);
+            return true;
+        }
+        out->Append(in.c_str() + pos, start - pos);
+        const int32_t end = in.Find("-->", start + 4);
+        if (end < 0) {
+            if (unterminatedAtRet) *unterminatedAtRet = start;
+            return false;
+        }
+        pos = end + 3;
+    }
 }
 
 bool GetUniqueStrAttrFromXmlFile(const char* fileName, const char* name, QzString* valueRet) {

@@ -1,6 +1,8 @@
 // File sets (named groups of extensions offered by the control panel), the
 // statistics categories built from them, and the directories to watch.
 #include "QzFile.h"
+#include "QzFileLocations.h"
+#include "QzFileXml.h"
 #include "QzInfoManager.h"
 #include "QzLog.h"
 #include "QzRuleFiles.h"

@@ -6,7 +6,10 @@
 // never reads half a file and a failure leaves the old file as it was.
 #include <algorithm>
 
+#include "QzDataPaths.h"
 #include "QzFile.h"
+#include "QzFileWrite.h"
+#include "QzFileXml.h"
 #include "QzLog.h"
 #include "QzOs.h"
 #include "QzRuleFiles.h"
@@ -25,8 +28,6 @@ constexpr const char* kEndTag = "</qzexclusions>";
 // "<qzexclusions></qzexclusions>": anything shorter cannot hold the root element.
 constexpr int32_t kShortestRuleFile = 29;
 
-void (*g_sleep)(uint32_t) = nullptr;
-
 void Log(const QzString& line) {
     QzLog::WriteLine(line);
 }
@@ -34,26 +35,18 @@ void Log(const QzString& line) {
 // Writes `text` to path + ".tmp" and moves it over `path`, each step tried up
 // to ten times.
 bool WriteFileWhole(const QzString& path, const QzString& text) {
-    const QzString tmp = QzCat(path, ".tmp");
-    int i = 0, j = 0;
-    bool written = false, moved = false;
-    while (!written && i < kWriteAttempts) {
-        ++i;
-        written = QzFile::WriteEntireFile(tmp.c_str(), text.c_str(), text.Length());
-        if (!written) Sleep(kRetryPauseMillis);
-    }
-    while (written && !moved && j < kWriteAttempts) {
-        ++j;
-        moved = QzFile::AtomicMoveFile(tmp.c_str(), path.c_str());
-        if (!moved) Sleep(kRetryPauseMillis);
-    }
-    if (moved) {
+    QzFile::ReplacePolicy policy;
+    policy.writeAttempts = kWriteAttempts;
+    policy.moveAttempts = kWriteAttempts;
+    policy.pauseMillis = kRetryPauseMillis;
+    policy.logName = nullptr;
+    QzFile::ReplaceResult r;
+    if (QzFile::WriteFileAtomically(path, text, policy, &r)) {
         Log(QzCat("MakeSureExcludeRulesFilesExistIn_qzdata_Folder - successfully wrote out fileName=", path));
         return true;
     }
-    Log(QzCat("ERROR: MakeSureExcludeRulesFilesExistIn_qzdata_Folder - something bad occurred, i=", i,
-              ", j=", j, ", fileName=", path));
-    QzFile::DeleteFileIfExists(tmp.c_str());
+    Log(QzCat("ERROR: MakeSureExcludeRulesFilesExistIn_qzdata_Folder - something bad occurred, i=",
+              r.writeAttempts, ", j=", r.moveAttempts, ", fileName=", path));
     return false;
 }
 
@@ -124,7 +117,8 @@ bool AppendMergeLogLine(const QzString& dataDir, const QzString& block) {
     QzTime::AppendLogDateTime(line, local);
     line.Append(QzCat(" qzmergeblock=\"", block, "\"\n"));
 
-    QzOs::CreateDirectory(QzCat(dataDir, "qzreports").c_str());  // the data directory itself must exist
+    // the data directory itself must exist
+    QzOs::CreateDirectory(QzCat(dataDir, QzFile::DataRelativeName(QzFile::DataFile::ReportsFolder)).c_str());
     QzOs::Handle h;
     if (QzOs::OpenFile(MergeLogPath(dataDir).c_str(), QzOs::OpenMode::Append, &h) != QzOs::ErrSuccess)
         return false;
@@ -141,46 +135,16 @@ bool Contains(const std::vector<QzString>& list, const QzString& s) {
 }  // namespace
 
 QzString MandatoryPath(const QzString& dataDir) {
-    return QzCat(dataDir, "qzexcluderules_mandatory.xml");
+    return QzCat(dataDir, QzFile::DataRelativeName(QzFile::DataFile::MandatoryRules));
 }
 QzString EditablePath(const QzString& dataDir) {
-    return QzCat(dataDir, "qzexcluderules_editable.xml");
+    return QzCat(dataDir, QzFile::DataRelativeName(QzFile::DataFile::EditableRules));
 }
 QzString MergeLogPath(const QzString& dataDir) {
-    return QzCat(dataDir, "qzreports", "\\", "qzexcluderules_editable_mergelog.txt");
+    return QzCat(dataDir, QzFile::DataRelativeName(QzFile::DataFile::RulesMergeLog));
 }
 QzString QzInfoPath(const QzString& dataDir) {
-    return QzCat(dataDir, "qzinfo.xml");
-}
-
-void Sleep(uint32_t millis) {
-    if (g_sleep)
-        g_sleep(millis);
-    else
-        QzOs::Sleep(millis);
-}
-
-void SetSleepForTesting(void (*sleep)(uint32_t millis)) {
-    g_sleep = sleep;
-}
-
-bool RemoveXmlComments(const QzString& in, QzString* out, int32_t* unterminatedAtRet) {
-    out->Clear();
-    int32_t pos = 0;
-    for (;;) {
-        const int32_t start = in.Find("<!--", pos);
-        if (start < 0) {
-            out->Append(in.c_str() + pos, in.Length() - pos);
-            return true;
-        }
-        out->Append(in.c_str() + pos, start - pos);
-        const int32_t end = in.Find("-->", start + 4);
-        if (end < 0) {
-            if (unterminatedAtRet) *unterminatedAtRet = start;
-            return false;
-        }
-        pos = end + 3;
-    }
+    return QzCat(dataDir, QzFile::DataRelativeName(QzFile::DataFile::Settings));
 }
 
 bool MakeSureRuleFilesExist(const QzString& dataDir, bool* editableChangedRet) {
@@ -313,24 +277,24 @@ bool MergeEditableRuleBlocks(const QzString& dataDir) {
             "modified.");
         return false;
     }
-    const QzString tmp = QzCat(path, ".tmp");
-    if (!QzFile::WriteEntireFile(tmp.c_str(), text.c_str(), text.Length())) {
-        Log(QzCat("ERROR - MakeSureAllEditableExcludeRuleBlocksAreMerged, failed to write tmp fileNameTmp=",
-                  tmp));
-        QzFile::DeleteFileIfExists(tmp.c_str());
-        return false;
-    }
-    for (int attempt = 1;; ++attempt) {
-        if (QzFile::AtomicMoveFile(tmp.c_str(), path.c_str())) break;
-        if (attempt >= kSwapAttempts) {
-            Log(QzCat("ERROR - MakeSureAllEditableExcludeRuleBlocksAreMerged, attempt=", attempt,
+    QzFile::ReplacePolicy policy;
+    policy.moveAttempts = kSwapAttempts;
+    policy.pauseMillis = kSwapPauseMillis;
+    policy.logName = nullptr;
+    policy.onMoveFailure = [&](int attempt) {
+        if (attempt < kSwapAttempts)
+            Log(QzCat("WARNING - MakeSureAllEditableExcludeRuleBlocksAreMerged, attempt=", attempt,
+                      " failed one attempt but will retry to swap in newly updated fileName=", path));
+    };
+    QzFile::ReplaceResult r;
+    if (!QzFile::WriteFileAtomically(path, text, policy, &r)) {
+        if (!r.written)
+            Log(QzCat("ERROR - MakeSureAllEditableExcludeRuleBlocksAreMerged, failed to write tmp fileNameTmp=",
+                      path, ".tmp"));
+        else
+            Log(QzCat("ERROR - MakeSureAllEditableExcludeRuleBlocksAreMerged, attempt=", r.moveAttempts,
                       " failed after many attempts to swap in newly updated fileName=", path));
-            QzFile::DeleteFileIfExists(tmp.c_str());
-            return false;
-        }
-        Log(QzCat("WARNING - MakeSureAllEditableExcludeRuleBlocksAreMerged, attempt=", attempt,
-                  " failed one attempt but will retry to swap in newly updated fileName=", path));
-        Sleep(kSwapPauseMillis);
+        return false;
     }
     Log(QzCat(
         "MakeSureAllEditableExcludeRuleBlocksAreMerged, successfully swapped in newly_updated fileName=",

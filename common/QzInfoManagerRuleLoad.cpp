@@ -2,6 +2,9 @@
 // settings, the load sequence over all data sets, the coarse directory test,
 // and QzInfoManager's process-wide entry points to all of it.
 #include "QzFile.h"
+#include "QzFileLocations.h"
+#include "QzFileRead.h"
+#include "QzFileXml.h"
 #include "QzInfoManager.h"
 #include "QzLog.h"
 #include "QzRuleFiles.h"
@@ -29,24 +32,23 @@ void AppendSettingsRule(QzString& xml, const char* prefix, const char* extension
 
 // Reads a settings file that the control panel may be rewriting: a failed
 // read is retried every 500 ms until the retry count has passed 17.
-bool ReadQzInfoWithRetries(const QzString& path, QzString* textRet) {
-    QzString err;
-    for (int retries = 0;;) {
-        if (QzFile::ReadEntireFile(path.c_str(), textRet, &err)) return true;
-        if (++retries > kQzInfoReadRetries) {
-            Log(QzCat(
-                "ERROR: QzInfoManager::ParseQzInfo_MakeIntoExcludeFileNameRulesXml could not read qzinfo.xml "
-                "after 17 tries, found at: ",
-                path));
-            return false;
-        }
-        Log(
-            QzCat("WARNING: QzInfoManager::ParseQzInfo_MakeIntoExcludeFileNameRulesXml could not read "
-                  "qzinfo.xml so "
-                  "pausing and trying again found at: ",
-                  path, ", err=", err));
-        Sleep(kQzInfoRetryPauseMillis);
-    }
+QzFile::ReadStatus ReadQzInfoWithRetries(const QzString& path, QzString* textRet) {
+    QzFile::ReadPolicy policy;
+    policy.attempts = kQzInfoReadRetries + 1;
+    policy.pauseMillis = kQzInfoRetryPauseMillis;
+    policy.onFailedAttempt = [&](int failures, const QzString& err) {
+        if (failures <= kQzInfoReadRetries)
+            Log(QzCat("WARNING: QzInfoManager::ParseQzInfo_MakeIntoExcludeFileNameRulesXml could not read "
+                      "qzinfo.xml so pausing and trying again found at: ",
+                      path, ", err=", err));
+    };
+    const QzFile::ReadStatus status = QzFile::ReadFilePatiently(path.c_str(), textRet, policy);
+    if (status == QzFile::ReadStatus::Held)
+        Log(QzCat(
+            "ERROR: QzInfoManager::ParseQzInfo_MakeIntoExcludeFileNameRulesXml could not read qzinfo.xml "
+            "after 17 tries, found at: ",
+            path));
+    return status;
 }
 
 void AppendExtensionRules(const QzString& path, const QzString& text, QzString& xml) {
@@ -122,7 +124,7 @@ void AppendFolderRules(const QzString& path, const QzString& text, QzString& xml
 // directory test; only the prefix and the platform matter there.
 void CollectWinPrefixes(const QzString& ruleText, std::vector<QzString>* prefixes) {
     QzString text;
-    RemoveXmlComments(ruleText, &text, nullptr);
+    QzFile::RemoveXmlComments(ruleText, &text, nullptr);
     std::vector<QzString> rules;
     QzFile::GetAllXmlSnippetsWithTagNameInXmlText(text.c_str(), text.Length(), "excludefname_rule", &rules);
     for (const QzString& rule : rules) {
@@ -199,10 +201,11 @@ bool MakeQzInfoRulesXml(const QzString& dataDir, QzString* xmlRet) {
     const QzString path = QzInfoPath(dataDir);
     QzString text;
     bool ok = false;
-    if (!QzFile::FileExists(path.c_str())) {
+    const QzFile::ReadStatus status = ReadQzInfoWithRetries(path, &text);
+    if (status == QzFile::ReadStatus::Missing) {
         Log(QzCat("ERROR: QzInfoManager::ParseQzInfo_MakeIntoExcludeFileNameRulesXml no qzinfo.xml found at:",
                   path));
-    } else if (ReadQzInfoWithRetries(path, &text)) {
+    } else if (status == QzFile::ReadStatus::Ok) {
         AppendExtensionRules(path, text, xml);
         AppendFolderRules(path, text, xml);
         ok = true;

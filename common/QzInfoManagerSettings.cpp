@@ -6,9 +6,14 @@
 #include <vector>
 
 #include "QzFile.h"
+#include "QzFileLocations.h"
+#include "QzFileVolumes.h"
+#include "QzFileXml.h"
 #include "QzInfoManager.h"
+#include "QzInfoXml.h"
 #include "QzLog.h"
 #include "QzOs.h"
+#include "QzFileRead.h"
 
 namespace QzInfoManager {
 
@@ -209,14 +214,15 @@ bool ReadControlPanelSettingsFromQzInfoXmlFile() {
     QzSettings& s = Mutable();
     s = QzSettings();
     g_loaded = true;
-    const QzString path = QzCat(QzFile::GetDataDir(), "qzinfo.xml");
-    if (!QzFile::FileExists(path.c_str())) {
+    const QzString path = QzInfoXmlPath();
+    QzString text;
+    const QzFile::ReadStatus status = ReadQzInfoXmlText(path, &text);
+    if (status == QzFile::ReadStatus::Missing) {
         QzLog::WriteLine(QzCat("WARNING: qzinfo.xml file does not exist here=", path,
                                ", which is normal in the installer, but bad any other time."));
         return false;
     }
-    QzString text, err;
-    if (!QzFile::ReadEntireFile(path.c_str(), &text, &err)) {
+    if (status != QzFile::ReadStatus::Ok) {
         QzLog::WriteLine(QzCat("ERROR: could not read qzinfo.xml file from disk 1:", path));
         return false;
     }

@@ -7,6 +7,7 @@
 
 #include "QzDataPaths.h"
 #include "QzFile.h"
+#include "QzFileWrite.h"
 #include "QzLog.h"
 #include "QzOs.h"
 #include "QzSystem.h"

@@ -42,16 +42,8 @@ private:
     std::vector<QzString> rulePrefixes_;  // prefixes of the Windows rules, mandatory then editable
 };
 
-// Removes every "<!--" ... "-->". On an unterminated comment the text from it
-// on is dropped, its offset goes to *unterminatedAtRet and false is returned.
-bool RemoveXmlComments(const QzString& in, QzString* out, int32_t* unterminatedAtRet);
-
 // Forgets the rate limiting of the empty "excludefiletypes" warning of the
 // files-to-watch reader, as in a new process.
 void ResetFilesToWatchWarningForTesting();
-
-// The pause between attempts; tests replace it to run without waiting.
-void Sleep(uint32_t millis);
-void SetSleepForTesting(void (*sleep)(uint32_t millis));
 
 }  // namespace QzRuleFiles

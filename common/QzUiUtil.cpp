@@ -1,13 +1,15 @@
 #include "QzUiUtil.h"
 
 #include "QzFile.h"
+#include "QzFileLocations.h"
+#include "QzFileXml.h"
 #include "QzLog.h"
 
 namespace QzUiUtil {
 
 bool Installer_GetThisMachinesHguid(QzString* hguidRet) {
     hguidRet->Clear();
-    const QzString descriptor = QzCat(QzFile::GetInstallDir(), "qzinstall.xml");
+    const QzString descriptor = QzFile::GetInstallDescriptorPath();
     if (!QzFile::FileExists(descriptor.c_str())) {
         QzLog::WriteLine(QzCat("In QzUiUtil::Installer_GetThisMachinesHguid no qzinstall.xml", "so probably a fresh install"));
         return false;

@@ -1,5 +1,5 @@
 // The attached-volume enumeration as the registry and alert-level code call it.
-#include "QzFile.h"
+#include "QzFileVolumes.h"
 #include "QzUiUtil.h"
 
 namespace QzUiUtil {

@@ -2,6 +2,11 @@
 // from three ages: since it was last seen attached, since its file list was
 // started and since a file of it was last sent. Written to
 // "qzreports\qzdefcon.xml" for the other programs of the client.
+#include "QzDataPaths.h"
+#include "QzFile.h"
+#include "QzFileLocations.h"
+#include "QzFileRead.h"
+#include "QzFileXml.h"
 #include "QzOs.h"
 #include "QzTime.h"
 #include "QzUiUtil.h"
@@ -85,20 +90,29 @@ bool LastListedDays(const QzVolumesXmlEntry& e, int64_t now, int32_t* daysRet) {
 }
 
 // Days since a file of the volume was last sent, from the transmitter's
-// "qzstat_pervol_<vguid>_latest_file.xml". False when that file is missing.
-// An unreadable one counts as never sent (9001 days): better a false alarm
-// than a volume whose uploads stopped going unnoticed.
+// "qzstat_pervol_<vguid>_latest_file.xml". False (the update is abandoned and
+// the previous alert file stays) when that file is missing, or held by the
+// transmitter for longer than the reader waits. One that was read but holds
+// no usable time counts as never sent (9001 days): better a false alarm than
+// a volume whose uploads stopped going unnoticed.
 bool LastPushedDays(const QzVolumesXmlEntry& e, int64_t now, int32_t* daysRet) {
-    const QzString path = QzCat(QzFile::GetDataDir(), "qzlogs", "\\", "qzreports_lastfilestransmitted", "\\",
+    const QzString path = QzCat(QzFile::DataPath(QzFile::DataFile::LastFilesTransmittedFolder), "\\",
                                 "qzstat_pervol_", e.volumeGuid, "_latest_file.xml");
-    if (!QzFile::FileExists(path.c_str())) {
+    QzString text, err;
+    const QzFile::ReadStatus status = QzFile::ReadFilePatiently(path.c_str(), &text, {}, &err);
+    if (status == QzFile::ReadStatus::Missing) {
         Log("ERROR", kUpdate, "qzstat_pervol_latest_file.xml not found here:",
             QzCat(path, ", so bailing out of defcon calculations"));
         return false;
     }
+    if (status != QzFile::ReadStatus::Ok) {
+        Log("ERROR", kUpdate, "qzstat_pervol_latest_file.xml exists but could not be read, so bailing out of defcon "
+            "calculations and keeping the previous qzdefcon.xml: ", QzCat(path, ", err=", err));
+        return false;
+    }
     QzString value;
     int64_t pushed = 0;
-    if (!QzFile::GetUniqueStrAttrFromXmlFile(path.c_str(), "gmt_millis", &value) ||
+    if (!QzFile::GetUniqueStrAttrFromXmlSnippet(text, "gmt_millis", &value) ||
         !ParseHex64(value.c_str(), value.Length(), &pushed)) {
         Log("ERROR", kUpdate, "could not read gmt_millis from qzstat_pervol_latest_file.xml, counting it as never sent: ",
             QzCat(path, ", gmt_millis=", value));

@@ -2,6 +2,10 @@
 // another program holds it, or through a five-minute process-wide cache.
 #include <cstddef>
 
+#include "QzFile.h"
+#include "QzFileRead.h"
+#include "QzFileVolumes.h"
+#include "QzFileXml.h"
 #include "QzOs.h"
 #include "QzTime.h"
 #include "QzUiUtil.h"
@@ -64,20 +68,19 @@ bool QzVolDefcon_HitDisk_ReadQzDefconXmlFile(std::vector<QzVolDefconRecord>* rec
     if (!recordsRet || !mostCriticalRet) return false;
     recordsRet->clear();
     const QzString path = DefconXmlPath();
-    QzString text;
-    for (int attempt = 1;; ++attempt) {
-        if (!QzFile::FileExists(path.c_str())) {
-            Log("WARNING", kHitDisk, "qzdefcon.xml file did not exist fName=", path);
-            return false;
-        }
-        QzString err;
-        if (QzFile::ReadEntireFile(path.c_str(), &text, &err)) break;
-        if (attempt == kReadTries) {
-            Log("ERROR", kHitDisk, "many tries could not read qzdefcon.xml file but it DOES exist fName=",
-                QzCat(path, ", tries=", kReadTries, ", err=", err));
-            return false;
-        }
-        QzOs::Sleep(kReadPauseMillis);
+    QzString text, err;
+    QzFile::ReadPolicy policy;
+    policy.attempts = kReadTries;
+    policy.pauseMillis = kReadPauseMillis;
+    const QzFile::ReadStatus status = QzFile::ReadFilePatiently(path.c_str(), &text, policy, &err);
+    if (status == QzFile::ReadStatus::Missing) {
+        Log("WARNING", kHitDisk, "qzdefcon.xml file did not exist fName=", path);
+        return false;
+    }
+    if (status != QzFile::ReadStatus::Ok) {
+        Log("ERROR", kHitDisk, "many tries could not read qzdefcon.xml file but it DOES exist fName=",
+            QzCat(path, ", tries=", kReadTries, ", err=", err));
+        return false;
     }
     if (text.Length() < 20) {
         Log("ERROR", kHitDisk, "read qzdefcon.xml file but too short fName=", QzCat(path, ", numBytes=", text.Length()));

@@ -3,11 +3,16 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
-#include "QzFile.h"
+#include "QzDataPaths.h"
+#include "QzFileLocations.h"
+#include "QzFileRead.h"
+#include "QzFileXml.h"
 #include "QzLog.h"
 #include "QzString.h"
 #include "QzSystem.h"
+#include "QzUiUtil.h"
 
 namespace QzUiUtilInternal {
 
@@ -60,13 +65,41 @@ inline void Log(const char* level, const char* function, const char* text, const
 }
 
 // Paths of the files this module keeps in the data directory.
-inline QzString VolumesXmlPath() { return QzCat(QzFile::GetDataDir(), "qzvolumes.xml"); }
-inline QzString ReportsDir() { return QzCat(QzFile::GetDataDir(), "qzreports"); }
-inline QzString DefconXmlPath() { return QzCat(ReportsDir(), "\\", "qzdefcon.xml"); }
+inline QzString VolumesXmlPath() { return QzFile::DataPath(QzFile::DataFile::VolumeRegistry); }
+inline QzString ReportsDir() { return QzFile::DataPath(QzFile::DataFile::ReportsFolder); }
+inline QzString DefconXmlPath() { return QzFile::DataPath(QzFile::DataFile::AlertLevels); }
 
-// "lastAssignedQzVolShortId" of the registry file as it is, even when the
-// file is otherwise damaged; 0 when it cannot be read or has none.
-int64_t LastShortIdEvenIfDamaged(const char* function);
+// The registry as read or to be written.
+struct VolumesXml {
+    std::vector<QzVolumesXmlEntry> entries;
+    int64_t lastShortId = 0;  // the last short id handed out
+    bool staged = false;      // first_qzinfo_staging="true": staged by the installer, kept on rewrites
+};
+// Reads the registry and says which of Ok, Missing, Held and Malformed
+// happened, each logged in the reader's words. Only Ok fills the entries; a
+// malformed file still gives the short id counter it holds (0 when none).
+QzFile::ReadStatus ReadVolumesXml(VolumesXml* regRet);
+// Writes the registry through ".tmp"; an empty or staged registry carries
+// first_qzinfo_staging="true", so that its reader accepts it.
+bool WriteVolumesXml(const VolumesXml& reg);
+
+// Guards a read-modify-write of the registry against another process doing
+// the same (a scan's refresh and an assignment from the control panel): a
+// short-lived lock file beside the registry, created exclusively, waited for
+// a few seconds and broken when its holder left it behind long ago. Nested
+// guards of one process share the outer one.
+class VolumesXmlLock {
+public:
+    explicit VolumesXmlLock(const char* function);
+    ~VolumesXmlLock();
+    VolumesXmlLock(const VolumesXmlLock&) = delete;
+    VolumesXmlLock& operator=(const VolumesXmlLock&) = delete;
+    bool Held() const { return held_; }
+
+private:
+    bool held_ = false;
+    bool owner_ = false;
+};
 
 // Writes the text to `path` + ".tmp" and moves it over `path`, so that no
 // reader sees a half-written file. Logs the two failures in the module's words.

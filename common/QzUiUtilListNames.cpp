@@ -4,6 +4,9 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "QzDataPaths.h"
+#include "QzFile.h"
+#include "QzFileLocations.h"
 #include "QzInfoManager.h"
 #include "QzUiUtil.h"
 #include "QzUiUtilInternal.h"
@@ -38,7 +41,7 @@ namespace QzUiUtil {
 
 void GetPerVolumeFileListName(const QzString& vguid, const QzString& mountPoint, QzString* nameRet) {
     if (!nameRet) return;
-    *nameRet = QzCat(QzFile::GetDataDir(), "qzfilelists", "\\", vguid, "_", MountTag(mountPoint), "_filelist.dat");
+    *nameRet = QzCat(QzFile::DataPath(QzFile::DataFile::FileListsFolder), "\\", vguid, "_", MountTag(mountPoint), "_filelist.dat");
 }
 
 bool GetVecOf_SelForBackup_PerVolumeGuidFileList_FileNames(std::vector<QzString>* namesRet) {

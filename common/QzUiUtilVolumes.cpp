@@ -4,7 +4,13 @@
 // summary for the log and support engineers.
 #include <cstddef>
 
+#include "QzFile.h"
+#include "QzFileLocations.h"
+#include "QzFileRead.h"
+#include "QzFileVolumes.h"
+#include "QzFileXml.h"
 #include "QzInfoManager.h"
+#include "QzInfoXml.h"
 #include "QzTime.h"
 #include "QzUiUtil.h"
 #include "QzUiUtilInternal.h"
@@ -24,55 +30,44 @@ const QzVolumeInfo* FindAttached(const std::vector<QzVolumeInfo>& attached, cons
     return nullptr;
 }
 
-// Offsets of the value of `name="..."` inside text[from, to), or false.
-bool FindAttrValue(const QzString& text, int32_t from, int32_t to, const char* name, int32_t* beginRet, int32_t* endRet) {
-    const QzString key = QzCat(name, "=\"");
-    for (int32_t at = text.Find(key.c_str(), from); at >= 0 && at < to; at = text.Find(key.c_str(), at + 1)) {
-        const char before = at > 0 ? text[at - 1] : ' ';
-        if (before != ' ' && before != '\t' && before != '\n' && before != '\r') continue;
-        const int32_t begin = at + key.Length();
-        const int32_t end = text.Find("\"", begin);
-        if (end < 0 || end > to) return false;
-        *beginRet = begin;
-        *endRet = end;
-        return true;
+// The attached volume that stands for an identity: the one at `preferred`
+// when one is (so that a clone attached elsewhere does not move it), else the
+// first in drive-letter order.
+const QzVolumeInfo* ChooseVolume(const std::vector<const QzVolumeInfo*>& accepted, const QzString& vguid,
+                                 const QzString& preferred) {
+    const QzVolumeInfo* first = nullptr;
+    for (const QzVolumeInfo* v : accepted) {
+        if (!v->volumeGuid.Equals(vguid)) continue;
+        if (QzInfoManager::SameMountPoint(v->mountPoint, preferred)) return v;
+        if (!first) first = v;
     }
-    return false;
+    return first;
 }
 
 // Where a volume selected for backup now sits at another mount point, the
-// settings' "qzvolume" element is made to name the new one. True when the
-// settings were rewritten.
+// settings' "qzvolume" element is made to name the new one. A selection is
+// left alone while a volume with its identity is attached at its mount point.
+// True when the settings were rewritten.
 bool RepairSelectedMountPoints(const std::vector<const QzVolumeInfo*>& accepted) {
-    const QzString path = QzCat(QzFile::GetDataDir(), "qzinfo.xml");
-    QzString text, err;
-    if (!QzFile::FileExists(path.c_str()) || !QzFile::ReadEntireFile(path.c_str(), &text, &err)) return false;
-    std::vector<QzString> snippets;
-    QzFile::GetAllXmlSnippetsWithTagNameInXmlText(text.c_str(), text.Length(), "qzvolume", &snippets);
-    QzString fixed;
-    int32_t copied = 0, cursor = 0;
-    for (const QzString& snippet : snippets) {
-        const int32_t at = text.Find(snippet.c_str(), cursor);
-        if (at < 0) break;
-        cursor = at + snippet.Length();
-        QzString vguid, mount;
-        if (!QzFile::GetUniqueStrAttrFromXmlSnippet(snippet, "qzVolumeGuid", &vguid)) continue;
-        int32_t begin = 0, end = 0;
-        if (!FindAttrValue(text, at, cursor, "mountPointPath", &begin, &end)) continue;
-        mount.Set(text.c_str() + begin, end - begin);
-        for (const QzVolumeInfo* v : accepted) {
-            if (!v->volumeGuid.Equals(vguid) || v->mountPoint.EqualsIgnoreCase(mount.c_str())) continue;
+    const QzString path = QzInfoManager::QzInfoXmlPath();
+    QzString text;
+    if (QzInfoManager::ReadQzInfoXmlText(path, &text) != QzFile::ReadStatus::Ok) return false;
+    const int fixes = QzInfoManager::EditVolumeRefs(
+        &text, QzInfoManager::kSelectedVolume,
+        [&](const QzInfoManager::QzInfoVolumeRef& ref, QzString*, QzString* mount) {
+            if (!ref.hasGuid || !ref.hasMount) return false;
+            const QzVolumeInfo* v = ChooseVolume(accepted, ref.vguid, ref.mountPoint);
+            if (!v || QzInfoManager::SameMountPoint(v->mountPoint, ref.mountPoint)) return false;
             Log("INFO", kRefresh, "self repairing sel for backup mountPoint:",
-                QzCat(mount, " now ", v->mountPoint, ", volumeId:", vguid));
-            fixed.Append(text.c_str() + copied, begin - copied);
-            QzUtil::AppendXmlEscaped(fixed, v->mountPoint);
-            copied = end;
-            break;
-        }
+                QzCat(ref.mountPoint, " now ", v->mountPoint, ", volumeId:", ref.vguid));
+            *mount = v->mountPoint;
+            return true;
+        });
+    if (fixes == 0) return false;
+    if (!QzInfoManager::WriteQzInfoXmlText(path, text)) {
+        Log("ERROR", kRefresh, "could not write the repaired selection into qzinfo.xml: ", path);
+        return false;
     }
-    if (copied == 0) return false;
-    fixed.Append(text.c_str() + copied, text.Length() - copied);
-    if (!WriteViaTmpAndSwap(path, fixed, kRefresh)) return false;
     QzInfoManager::ReadControlPanelSettingsFromQzInfoXmlFile();  // the process goes on with the corrected selection
     return true;
 }
@@ -101,6 +96,17 @@ bool QzVolumesXml_AssignNewQzVolumeGuidToVolume(const QzString& mountPoint) {
         Log("ERROR", kFn, "this machine's hguid is unknown, so not marking the volume as ours, mountPoint=", mountPoint);
         return false;
     }
+    // A marker that exists but cannot be read may well hold the volume's
+    // identity; replacing it would make its backup look like a new drive's.
+    const QzString marker = QzFile::GetQzVolIdFileOfVolume(mountPoint);
+    QzString markerText;
+    if (QzFile::ReadFilePatiently(marker.c_str(), &markerText) == QzFile::ReadStatus::Held) {
+        Log("ERROR", kFn, "qzvol_id.xml exists but could not be read, so not replacing it, fileName=", marker);
+        return false;
+    }
+    // The short id, the marker and the registry entry are one step for other processes.
+    VolumesXmlLock lock(kFn);
+    if (!lock.Held()) return false;
     QzString vguid, token;
     if (!QzVolumesXml_CreateNewQzVolumeGuid(&vguid)) {
         Log("ERROR", kFn, "could not create a new vGuid for mountPoint=", mountPoint);
@@ -111,21 +117,31 @@ bool QzVolumesXml_AssignNewQzVolumeGuidToVolume(const QzString& mountPoint) {
         return false;
     }
     if (!QzVolumesXml_AddNewQzVolumeGuid(vguid, mountPoint)) {
-        Log("ERROR", kFn, "could not add the vGuid to qzvolumes.xml, mountPoint=", QzCat(mountPoint, ", vGuid=", vguid));
+        // An identity the registry does not record could be handed out again:
+        // the volume goes back to having none.
+        Log("ERROR", kFn, "could not add the vGuid to qzvolumes.xml, so removing it from the volume, mountPoint=",
+            QzCat(mountPoint, ", vGuid=", vguid));
+        QzFile::DeleteFileIfExists(marker.c_str());
         return false;
     }
     return true;
 }
 
 bool QzVolumesXml_QueryAttachDrives_UpdateQzVolXml() {
-    std::vector<QzVolumesXmlEntry> entries;
-    int64_t last = 0;
-    if (!QzVolumesXml_ReadQzVolumesXmlFile(&entries, &last)) {
+    VolumesXmlLock lock(kRefresh);
+    if (!lock.Held()) return false;
+    VolumesXml reg;
+    const QzFile::ReadStatus status = ReadVolumesXml(&reg);
+    if (status == QzFile::ReadStatus::Held) {
+        Log("ERROR", kRefresh, "qzvolumes.xml is held by another program, so leaving it as it was");
+        return false;
+    }
+    if (status != QzFile::ReadStatus::Ok) {
+        // Missing or malformed: rebuilt from the attached volumes, counting
+        // short ids on from where a damaged file left off.
         QzLog::WriteLine("QzUiUtil::QzVolumesXml_ReadQzVolumesXmlFile failed, so will regenerate qzvolumes.xml from "
                          "scratch self-repair");
-        entries.clear();
-        // Keep counting short ids from where the damaged file left off.
-        last = LastShortIdEvenIfDamaged(kRefresh);
+        reg.entries.clear();
     }
     std::vector<QzVolumeInfo> attached;
     if (!QueryAllAttachedVolumesForVolumeInfo(&attached)) {
@@ -144,14 +160,20 @@ bool QzVolumesXml_QueryAttachDrives_UpdateQzVolXml() {
             continue;
         }
         accepted.push_back(&v);
+    }
+    for (const QzVolumeInfo* a : accepted) {
         QzVolumesXmlEntry* entry = nullptr;
-        for (QzVolumesXmlEntry& e : entries)
-            if (e.volumeGuid.Equals(v.volumeGuid)) entry = &e;
+        for (QzVolumesXmlEntry& e : reg.entries)
+            if (e.volumeGuid.Equals(a->volumeGuid)) entry = &e;
+        // Of two volumes with one identity (a cloned disk) the entry follows
+        // the one at its stored mount point, so it does not flip between them.
+        if (ChooseVolume(accepted, a->volumeGuid, entry ? entry->mountPoint : QzString()) != a) continue;
         if (!entry) {
-            entries.emplace_back();
-            entry = &entries.back();
-            entry->volumeGuid = v.volumeGuid;
+            reg.entries.emplace_back();
+            entry = &reg.entries.back();
+            entry->volumeGuid = a->volumeGuid;
         }
+        const QzVolumeInfo& v = *a;
         entry->mountPoint = v.mountPoint;
         entry->typeCode[0] = v.typeCode[0];
         entry->typeCode[1] = v.typeCode[1];
@@ -161,9 +183,9 @@ bool QzVolumesXml_QueryAttachDrives_UpdateQzVolXml() {
         entry->lastSeenAttachedGmtMillis = now;
     }
     RepairSelectedMountPoints(accepted);
-    if (!QzVolumesXml_WriteQzVolumesXmlFile(entries, last)) return false;
+    if (!WriteVolumesXml(reg)) return false;
     Log("INFO", kRefresh, "updated qzvolumes.xml, ",
-        QzCat(static_cast<unsigned long long>(entries.size()), " volumes known, ",
+        QzCat(static_cast<unsigned long long>(reg.entries.size()), " volumes known, ",
               static_cast<unsigned long long>(accepted.size()), " of them attached now"));
     return true;
 }

@@ -4,30 +4,84 @@
 #include <cstring>
 #include <random>
 
+#include "QzFile.h"
+#include "QzFileRead.h"
+#include "QzFileLocations.h"
+#include "QzFileVolumes.h"
+#include "QzFileWrite.h"
+#include "QzFileXml.h"
 #include "QzOs.h"
 #include "QzTime.h"
 #include "QzUiUtil.h"
 #include "QzUiUtilInternal.h"
 #include "QzUtil.h"
 #include "QzVolumeInfo.h"
+#include "QzDataPaths.h"
 
 using namespace QzUiUtilInternal;
 
 namespace QzUiUtilInternal {
 
 bool WriteViaTmpAndSwap(const QzString& path, const QzString& text, const char* function) {
-    const QzString tmp = QzCat(path, ".tmp");
-    if (!QzFile::WriteEntireFile(tmp.c_str(), text.c_str(), text.Length())) {
-        Log("ERROR", function, "could not write out temporary file, bailing: ", tmp);
-        QzFile::DeleteFileIfExists(tmp.c_str());
-        return false;
-    }
-    if (!QzFile::AtomicMoveFileWithRetry(tmp.c_str(), path.c_str())) {
-        Log("ERROR", function, "could not swap in temporary file, bailing: ", QzCat(tmp, " to ", path));
-        QzFile::DeleteFileIfExists(tmp.c_str());
-        return false;
-    }
+    QzFile::ReplaceResult r;
+    if (QzFile::WriteFileAtomically(path, text, {}, &r)) return true;
+    if (!r.written)
+        Log("ERROR", function, "could not write out temporary file, bailing: ", QzCat(path, ".tmp"));
+    else
+        Log("ERROR", function, "could not swap in temporary file, bailing: ", QzCat(path, ".tmp to ", path));
+    return false;
+}
+
+namespace {
+constexpr uint32_t kLockWaitMillis = 10000;
+constexpr uint32_t kLockPauseMillis = 50;
+// A registry rewrite takes milliseconds; a lock this old was left by a process that died.
+constexpr int64_t kLockStaleMillis = 120000;
+int g_lockDepth = 0;
+
+bool CreateLockFile(const QzString& path, uint32_t* errRet) {
+    QzOs::Handle h;
+    *errRet = QzOs::OpenFile(path.c_str(), QzOs::OpenMode::CreateNew, &h);
+    if (*errRet != QzOs::ErrSuccess) return false;
+    QzOs::CloseFile(h);
     return true;
+}
+}  // namespace
+
+VolumesXmlLock::VolumesXmlLock(const char* function) {
+    if (g_lockDepth > 0) {
+        held_ = true;
+        ++g_lockDepth;
+        return;
+    }
+    const QzString path = QzFile::DataPath(QzFile::DataFile::VolumeRegistryLock);
+    bool broken = false;
+    uint32_t err = 0;
+    for (uint32_t waited = 0;; waited += kLockPauseMillis) {
+        if (CreateLockFile(path, &err)) {
+            held_ = owner_ = true;
+            g_lockDepth = 1;
+            return;
+        }
+        const int64_t modified = QzFile::GetFileLastModMillis(path.c_str());
+        const int64_t age = QzTime::GetCurrentGmtMillis() - modified;
+        if (err == QzOs::ErrFileExists && !broken && modified != 0 && (age > kLockStaleMillis || age < -kLockStaleMillis)) {
+            Log("WARNING", function, "breaking a stale qzvolumes.xml lock, ", QzCat(path, ", ageMillis=", age));
+            QzFile::DeleteFileIfExists(path.c_str());
+            broken = true;
+            continue;
+        }
+        if (waited >= kLockWaitMillis) break;
+        QzTime::SleepMillis(kLockPauseMillis);
+    }
+    Log("ERROR", function, "could not get the qzvolumes.xml lock, so leaving qzvolumes.xml as it was, ",
+        QzCat(path, ", errNum=", err));
+}
+
+VolumesXmlLock::~VolumesXmlLock() {
+    if (!held_) return;
+    --g_lockDepth;
+    if (owner_) QzFile::DeleteFileIfExists(QzFile::DataPath(QzFile::DataFile::VolumeRegistryLock).c_str());
 }
 
 }  // namespace QzUiUtilInternal
@@ -124,7 +178,7 @@ QzString TimePart(std::mt19937_64& rng) {
     static int64_t lastMillis = -1;
     int64_t now = QzTime::GetCurrentGmtMillis();
     for (int wait = 0; now == lastMillis && wait < 1000; ++wait) {
-        QzOs::Sleep(2);
+        QzTime::SleepMillis(2);
         now = QzTime::GetCurrentGmtMillis();
     }
     lastMillis = now;
@@ -137,62 +191,60 @@ QzString TimePart(std::mt19937_64& rng) {
 
 }  // namespace
 
-int64_t QzUiUtilInternal::LastShortIdEvenIfDamaged(const char* function) {
-    QzString text, err;
-    if (!QzFile::ReadEntireFile(VolumesXmlPath().c_str(), &text, &err)) return 0;
-    return LastShortIdOf(text, function);
-}
-
-namespace QzUiUtil {
-
-bool QzVolumesXml_ReadQzVolumesXmlFile(std::vector<QzVolumesXmlEntry>* entriesRet, int64_t* lastShortIdRet) {
-    if (!entriesRet || !lastShortIdRet) return false;
-    entriesRet->clear();
-    *lastShortIdRet = 0;
+QzFile::ReadStatus QzUiUtilInternal::ReadVolumesXml(VolumesXml* regRet) {
+    using QzFile::ReadStatus;
+    VolumesXml& reg = *regRet;
+    reg = VolumesXml();
     const QzString path = VolumesXmlPath();
-    if (!QzFile::FileExists(path.c_str())) {
-        Log("WARNING", kRead, "file did not exist: ", path);
-        return false;
-    }
     QzString text, err;
-    if (!QzFile::ReadEntireFile(path.c_str(), &text, &err) || text.IsEmpty()) {
-        Log("ERROR", kRead, "file exists but was not readable or no contents: ", QzCat(path, ", err=", err));
-        return false;
+    const ReadStatus status = QzFile::ReadFilePatiently(path.c_str(), &text, {}, &err);
+    if (status == ReadStatus::Missing) {
+        Log("WARNING", kRead, "file did not exist: ", path);
+        return status;
     }
+    if (status == ReadStatus::Held) {
+        Log("ERROR", kRead, "file exists but was not readable or no contents: ",
+            QzCat(path, ", err=", err, ", held by another program, so leaving it as it is"));
+        return status;
+    }
+    if (text.IsEmpty()) {
+        Log("ERROR", kRead, "file exists but was not readable or no contents: ", path);
+        return ReadStatus::Malformed;
+    }
+    reg.lastShortId = LastShortIdOf(text, kRead);
+    QzString staging;
+    reg.staged = QzFile::GetUniqueStrAttrFromXmlSnippet(text, "first_qzinfo_staging", &staging) && staging.Equals("true");
     if (!text.Contains("</contents>")) {
         Log("ERROR", kRead, "file exists but was corrupted: ", path);
-        return false;
+        return ReadStatus::Malformed;
     }
-    *lastShortIdRet = LastShortIdOf(text, kRead);
     std::vector<QzString> snippets;
     QzFile::GetAllXmlSnippetsWithTagNameInXmlText(text.c_str(), text.Length(), "qzvolume", &snippets);
-    if (snippets.empty()) {
-        QzString staging;
-        if (QzFile::GetUniqueStrAttrFromXmlSnippet(text, "first_qzinfo_staging", &staging) && staging.Equals("true"))
-            return true;
+    if (snippets.empty() && !reg.staged) {
         Log("ERROR", kRead, "could not find any <qzvolume ...> snippets in: ", path);
-        return false;
+        return ReadStatus::Malformed;
     }
     for (const QzString& snippet : snippets) {
         QzVolumesXmlEntry e;
         if (!ParseEntry(snippet, &e)) {
-            entriesRet->clear();
-            return false;
+            reg.entries.clear();
+            return ReadStatus::Malformed;
         }
-        entriesRet->push_back(std::move(e));
+        reg.entries.push_back(std::move(e));
     }
-    return true;
+    return ReadStatus::Ok;
 }
 
-bool QzVolumesXml_WriteQzVolumesXmlFile(const std::vector<QzVolumesXmlEntry>& entries, int64_t lastShortId) {
+bool QzUiUtilInternal::WriteVolumesXml(const VolumesXml& reg) {
     const int64_t now = QzTime::GetCurrentGmtMillis();
     QzString text("<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n<contents>\n");
     QzString when;
     QzTime::AppendLogDateTime(when, now);
-    text.Append(QzCat("<qzvol_metadata lastAssignedQzVolShortId=\"", static_cast<long long>(lastShortId),
+    text.Append(QzCat("<qzvol_metadata lastAssignedQzVolShortId=\"", static_cast<long long>(reg.lastShortId),
                       "\" gmtMillisThisFileWasWritten=\"", static_cast<long long>(now),
-                      "\" gmtDateTimeFileWasWritten=\"", when, "\" />\n"));
-    for (const QzVolumesXmlEntry& e : entries) {
+                      "\" gmtDateTimeFileWasWritten=\"", when, "\"",
+                      reg.staged || reg.entries.empty() ? " first_qzinfo_staging=\"true\"" : "", " />\n"));
+    for (const QzVolumesXmlEntry& e : reg.entries) {
         text.Append("<qzvolume qzVolumeGuid=\"");
         QzUtil::AppendXmlEscaped(text, e.volumeGuid);
         text.Append("\" mountPointPathHex=\"");
@@ -208,16 +260,39 @@ bool QzVolumesXml_WriteQzVolumesXmlFile(const std::vector<QzVolumesXmlEntry>& en
     return WriteViaTmpAndSwap(VolumesXmlPath(), text, "QzVolumesXml_WriteQzVolumesXmlFile");
 }
 
+namespace QzUiUtil {
+
+bool QzVolumesXml_ReadQzVolumesXmlFile(std::vector<QzVolumesXmlEntry>* entriesRet, int64_t* lastShortIdRet) {
+    if (!entriesRet || !lastShortIdRet) return false;
+    VolumesXml reg;
+    const bool ok = ReadVolumesXml(&reg) == QzFile::ReadStatus::Ok;
+    *entriesRet = std::move(reg.entries);
+    *lastShortIdRet = ok ? reg.lastShortId : 0;
+    return ok;
+}
+
+bool QzVolumesXml_WriteQzVolumesXmlFile(const std::vector<QzVolumesXmlEntry>& entries, int64_t lastShortId) {
+    VolumesXml reg;
+    reg.entries = entries;
+    reg.lastShortId = lastShortId;
+    return WriteVolumesXml(reg);
+}
+
 bool QzVolumesXml_CreateNewQzVolumeGuid(QzString* vguidRet) {
     if (!vguidRet) return false;
     vguidRet->Clear();
-    std::vector<QzVolumesXmlEntry> entries;
-    int64_t last = 0;
-    if (!QzVolumesXml_ReadQzVolumesXmlFile(&entries, &last)) {
-        // A damaged registry still names the last short id handed out; reusing
-        // ids would give two volumes the same short id.
-        last = LastShortIdEvenIfDamaged("CreateNewQzVolumeGuid");
+    constexpr const char* kFn = "CreateNewQzVolumeGuid";
+    VolumesXmlLock lock(kFn);
+    if (!lock.Held()) return false;
+    // A damaged registry still names the last short id handed out; reusing
+    // ids would give two volumes the same short id. A registry that another
+    // program holds gives no counter at all, so no id is handed out.
+    VolumesXml reg;
+    if (ReadVolumesXml(&reg) == QzFile::ReadStatus::Held) {
+        Log("ERROR", kFn, "qzvolumes.xml exists but could not be read, so not handing out a short id");
+        return false;
     }
+    const int64_t last = reg.lastShortId;
     int64_t next = last + 1;
     if (next == 0x999) next = 0x99a;  // "999" would read as an unknown identity
     if (next > 0xff9) {
@@ -247,18 +322,27 @@ bool QzVolumesXml_AddNewQzVolumeGuid(const QzString& vguid, const QzString& moun
         Log("ERROR", kFn, "the28CharVguidIn bad format, wrong length: ", QzCat(vguid.Length(), ", vguid=", vguid));
         return false;
     }
-    std::vector<QzVolumesXmlEntry> entries;
-    int64_t last = 0;
-    if (!QzFile::FileExists(VolumesXmlPath().c_str())) {
-        Log("NOTE", kFn, "qzvolumes.xml file did not exist, so freshly creating for mount: ", mountPoint);
-    } else if (!QzVolumesXml_ReadQzVolumesXmlFile(&entries, &last)) {
-        Log("ERROR", kFn, "qzvolumes.xml could not be read, so starting it afresh for mount: ", mountPoint);
-        entries.clear();
+    VolumesXmlLock lock(kFn);
+    if (!lock.Held()) return false;
+    VolumesXml reg;
+    switch (ReadVolumesXml(&reg)) {
+        case QzFile::ReadStatus::Ok: break;
+        case QzFile::ReadStatus::Missing:
+            Log("NOTE", kFn, "qzvolumes.xml file did not exist, so freshly creating for mount: ", mountPoint);
+            break;
+        case QzFile::ReadStatus::Malformed:
+            Log("ERROR", kFn, "qzvolumes.xml could not be parsed, so starting it afresh for mount: ", mountPoint);
+            break;
+        case QzFile::ReadStatus::Held:
+            Log("ERROR", kFn, "qzvolumes.xml exists but could not be read, so leaving it as it was, mount: ",
+                mountPoint);
+            return false;
     }
+    std::vector<QzVolumesXmlEntry>& entries = reg.entries;
     // The new GUID's short id becomes the last one handed out (this follows
     // the wrap from 0xff9 back to 1).
     int64_t shortId = 0;
-    if (ParseHex64(vguid.c_str() + 1, 3, &shortId)) last = shortId;
+    if (ParseHex64(vguid.c_str() + 1, 3, &shortId)) reg.lastShortId = shortId;
     QzVolumesXmlEntry* entry = nullptr;
     for (QzVolumesXmlEntry& e : entries)
         if (e.volumeGuid.Equals(vguid)) entry = &e;
@@ -278,7 +362,7 @@ bool QzVolumesXml_AddNewQzVolumeGuid(const QzString& vguid, const QzString& moun
         entry->bytesUsed = info.bytesUsed;
         entry->bytesTotal = info.bytesTotal;
     }
-    if (!QzVolumesXml_WriteQzVolumesXmlFile(entries, last)) return false;
+    if (!WriteVolumesXml(reg)) return false;
     Log("INFO", kFn, "successfully added vGuid=", QzCat(vguid, ", for mountPoint=", mountPoint));
     return true;
 }

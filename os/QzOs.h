@@ -132,6 +132,8 @@ void CloseFile(Handle h);
 // move is durable (MoveFileEx with replace-existing and write-through).
 uint32_t MoveFileReplace(const char* src, const char* dst);
 uint32_t DeleteFile(const char* path);
+// Sets a file's last-modification time (a Win32 file time).
+uint32_t SetFileLastWriteTime(const char* path, int64_t lastWriteTime);
 uint32_t CreateDirectory(const char* path);
 uint32_t RemoveDirectory(const char* path);
 

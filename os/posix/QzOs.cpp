@@ -501,6 +501,22 @@ uint32_t DeleteFile(const char* winPath) {
     return ErrSuccess;
 }
 
+uint32_t SetFileLastWriteTime(const char* winPath, int64_t lastWriteTime) {
+    std::string path;
+    const uint32_t err = MapPath(winPath, &path);
+    if (err) return err;
+    const int64_t since1970 = lastWriteTime - kFileTimeEpochOffset;  // 100 ns units
+    int64_t sec = since1970 / 10000000, rem = since1970 % 10000000;
+    if (rem < 0) --sec, rem += 10000000;
+    struct timespec times[2];
+    times[0].tv_sec = 0;
+    times[0].tv_nsec = UTIME_OMIT;  // access time stays
+    times[1].tv_sec = static_cast<time_t>(sec);
+    times[1].tv_nsec = static_cast<long>(rem * 100);
+    if (::utimensat(AT_FDCWD, path.c_str(), times, 0) != 0) return MapPathErrno(errno, path);
+    return ErrSuccess;
+}
+
 uint32_t CreateDirectory(const char* winPath) {
     std::string path;
     const uint32_t err = MapPath(winPath, &path);

@@ -415,6 +415,20 @@ uint32_t DeleteFile(const char* path) {
     return 0;
 }
 
+uint32_t SetFileLastWriteTime(const char* path, int64_t lastWriteTime) {
+    QzUtf16String wpath;
+    if (!wpath.ConvertUtf8QzStringToUtf16(path, static_cast<int32_t>(std::strlen(path)), true)) {
+        return ErrNoUnicodeTranslation;
+    }
+    const HANDLE h = ::CreateFileW(W(wpath), FILE_WRITE_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                   nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (h == INVALID_HANDLE_VALUE) return LastError();
+    const FILETIME ft = ToFileTime(lastWriteTime);
+    const uint32_t err = ::SetFileTime(h, nullptr, nullptr, &ft) ? 0 : LastError();
+    ::CloseHandle(h);
+    return err;
+}
+
 uint32_t CreateDirectory(const char* path) {
     const int32_t len = static_cast<int32_t>(std::strlen(path));
     QzUtf16String wpath;

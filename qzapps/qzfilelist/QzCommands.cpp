@@ -6,7 +6,10 @@
 #include <cstring>
 
 #include "QzCommands.h"
+#include "QzDataPaths.h"
 #include "QzFile.h"
+#include "qzfilelist.h"
+#include "QzFileLocations.h"
 #include "QzInfoManager.h"
 #include "QzLog.h"
 #include "QzOs.h"
@@ -14,7 +17,6 @@
 #include "QzSystem.h"
 #include "QzTime.h"
 #include "QzUtil.h"
-#include "qzfilelist.h"
 
 namespace {
 
@@ -241,7 +243,7 @@ const Command* Find(const Command* begin, const Command* end, const Args& args) 
 // loaded when present. Its absence is logged and tolerated here; the scan run
 // refuses to go on without it.
 void LookUpSettingsFile() {
-    const QzString path = QzCat(QzFile::GetDataDir(), "qzinfo.xml");
+    const QzString path = QzFile::DataPath(QzFile::DataFile::Settings);
     if (!QzFile::FileExists(path.c_str())) {
         QzLog::WriteLine("ERROR: qzfilelist could not find a qzinfo.xml file");
         return;

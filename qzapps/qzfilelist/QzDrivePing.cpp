@@ -12,12 +12,16 @@
 #include <vector>
 
 #include "QzFile.h"
+#include "qzfilelist.h"
+#include "QzFileRead.h"
+#include "QzFileVolumes.h"
+#include "QzFileWrite.h"
+#include "QzFileXml.h"
 #include "QzInfoManager.h"
 #include "QzLog.h"
 #include "QzOs.h"
 #include "QzSystem.h"
 #include "QzTime.h"
-#include "qzfilelist.h"
 
 namespace {
 
@@ -42,12 +46,11 @@ QzString Now() {
 }
 
 // The checks of the volume marker, with the drive ping's own tokens.
-QzString CheckMarker(const QzString& folder, const QzString& expectedVguid) {
-    const QzString file = QzCat(folder, "qzvol_id.xml");
-    if (!QzFile::FileExists(file.c_str())) return QzString("no_qzvol_id_xml_file_present");
-    QzString text, err, vguid;
-    if (!QzFile::ReadEntireFile(file.c_str(), &text, &err))
-        return QzString("qzvol_id_xml_file_present_but_failed_to_read");
+QzString CheckMarker(const QzString& file, const QzString& expectedVguid) {
+    QzString text, vguid;
+    const QzFile::ReadStatus status = QzFile::ReadFilePatiently(file.c_str(), &text);
+    if (status == QzFile::ReadStatus::Missing) return QzString("no_qzvol_id_xml_file_present");
+    if (status != QzFile::ReadStatus::Ok) return QzString("qzvol_id_xml_file_present_but_failed_to_read");
     if (text.Length() < 10) return QzString("qzvol_id_xml_file_present_and_read_but_too_short");
     if (!QzFile::GetUniqueStrAttrFromXmlSnippet(text, "vguid", &vguid))
         return QzString("qzvol_id_xml_file_did_not_contain_vguid");
@@ -126,7 +129,7 @@ void PingDrivesThatAreSelectedForBackup(QzString* reportRet) {
         } else {
             const QzString folder = QzFile::GetQzVolFolderOfVolume(d.mountPoint);
             const uint32_t random = RandomNumber();
-            d.result = CheckMarker(folder, d.vguid);
+            d.result = CheckMarker(QzFile::GetQzVolIdFileOfVolume(d.mountPoint), d.vguid);
             // Only a drive that already has its marker folder is written to.
             const bool woke = QzFile::DirExists(folder.c_str()) && Wake(folder, random, Now());
             QzLog::WriteLine(QzCat("PingDrivesThatAreSelectedForBackup: (processId=", pid,

@@ -4,14 +4,17 @@
 #include <cstring>
 
 #include "QzCommands.h"
+#include "QzDataPaths.h"
 #include "QzFastFileReader.h"
 #include "QzFile.h"
 #include "QzFileInfo.h"
+#include "qzfilelist.h"
+#include "QzFileListing.h"
+#include "QzFileLocations.h"
 #include "QzLog.h"
 #include "QzOs.h"
 #include "QzSystem.h"
 #include "QzTime.h"
-#include "qzfilelist.h"
 
 namespace {
 
@@ -71,7 +74,7 @@ int64_t ReadAllBytes(const char* path, QzString* detailRet) {
 // Who this process runs as, who the service runs as, and whether each may read the file.
 void PrintAccessReport(const QzString& path) {
     QzString serviceAccount;
-    const QzString runsAs = QzCat(QzFile::GetDataDir(), "qzreports", "\\", "qzserv_runs_as.txt");
+    const QzString runsAs = QzFile::DataPath(QzFile::DataFile::ServiceAccountName);
     QzString err;
     if (QzFile::ReadEntireFile(runsAs.c_str(), &serviceAccount, &err)) {
         while (serviceAccount.Length() && (serviceAccount.Last() == '\n' || serviceAccount.Last() == '\r' ||
@@ -201,7 +204,7 @@ int CmdOpenFileExclusive(const Args& args) {
     for (int seconds = 0; seconds < 5000; seconds += 5) {
         std::printf("Holding file exclusively seconds=%d ...\n", seconds);
         std::fflush(stdout);
-        QzOs::Sleep(5000);
+        QzTime::SleepMillis(5000);
     }
     QzOs::CloseFile(h);
     std::printf("Released file: %s\n", path.c_str());

@@ -7,6 +7,8 @@
 #include "QzPathAnomaly.h"
 #include "QzTime.h"
 #include "QzTopDirs.h"
+#include "QzFileListing.h"
+#include "QzFileWrite.h"
 
 namespace QzFileListWriter {
 

@@ -8,6 +8,8 @@
 #include "QzSystem.h"
 #include "QzTime.h"
 #include "QzUtil.h"
+#include "QzFileLocations.h"
+#include "QzFileXml.h"
 
 namespace QzFileStats {
 

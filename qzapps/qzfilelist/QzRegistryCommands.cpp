@@ -3,7 +3,11 @@
 #include <vector>
 
 #include "QzCommands.h"
+#include "QzDataPaths.h"
 #include "QzFile.h"
+#include "QzFileLocations.h"
+#include "QzFileVolumes.h"
+#include "QzFileWrite.h"
 #include "QzInfoManager.h"
 #include "QzLog.h"
 #include "QzTime.h"
@@ -89,13 +93,13 @@ int CmdAssignVolumeGuid(const Args& args) {
 
 int CmdUpdateQzVolumesXml(const Args&) {
     QzUiUtil::QzVolumesXml_QueryAttachDrives_UpdateQzVolXml();
-    std::printf("Done updating file: %s\n", QzCat(QzFile::GetDataDir(), "qzvolumes.xml").c_str());
+    std::printf("Done updating file: %s\n", QzFile::DataPath(QzFile::DataFile::VolumeRegistry).c_str());
     return 0;
 }
 
 int CmdUpdateQzDefconXml(const Args&) {
     QzUiUtil::QzVolDefcon_UpdateQzVolumesDefconXmlFile();
-    const QzString path = QzCat(QzFile::GetDataDir(), "qzreports", "\\", "qzdefcon.xml");
+    const QzString path = QzFile::DataPath(QzFile::DataFile::AlertLevels);
     std::printf("Done updating file: %s\n", path.c_str());
     std::vector<QzVolDefconRecord> records;
     int32_t mostCritical = 0;
@@ -145,7 +149,7 @@ int CmdListVolumes(const Args&) {
 }
 
 int CmdListVolumesToFile(const Args& args) {
-    const QzString prefix = QzCat(QzFile::GetDataDir(), "qzflags/");
+    const QzString prefix = QzCat(QzFile::DataPath(QzFile::DataFile::FlagsFolder), "/");
     const QzString target = args.size() >= 3
                                 ? args[2]
                                 : QzCat(prefix, static_cast<long long>(QzTime::GetCurrentGmtMillis()), "_list_volumes.txt");
@@ -173,13 +177,12 @@ int CmdListVolumesToFile(const Args& args) {
     while (slash >= 0 && target[slash] != '/' && target[slash] != '\\') --slash;
     const QzString dir(target.c_str(), slash);
     if (!QzFile::CreateDirectoryRecursive(dir.c_str())) QzLog::WriteLine(QzCat("ERROR: Could not create the directory ", dir));
-    const QzString tmp = QzCat(target, ".qztmp");
-    if (!QzFile::WriteEntireFile(tmp.c_str(), text.c_str(), text.Length())) {
-        QzFile::DeleteFileIfExists(tmp.c_str());
-        return ListToFileError(QzCat("ERROR: Could not write the file ", tmp));
-    }
-    if (!QzFile::AtomicMoveFileWithRetry(tmp.c_str(), target.c_str())) {
-        QzFile::DeleteFileIfExists(tmp.c_str());
+    QzFile::ReplacePolicy policy;
+    policy.tmpSuffix = ".qztmp";
+    QzFile::ReplaceResult r;
+    if (!QzFile::WriteFileAtomically(target, text, policy, &r)) {
+        const QzString tmp = QzCat(target, policy.tmpSuffix);
+        if (!r.written) return ListToFileError(QzCat("ERROR: Could not write the file ", tmp));
         return ListToFileError(QzCat("ERROR: Could not atomically swap file ", tmp, " to ", target));
     }
     std::printf("SUCCESS\n");

@@ -18,6 +18,7 @@
 #include "QzOs.h"
 #include "QzSystem.h"
 #include "QzTime.h"
+#include "QzFileLocations.h"
 
 namespace QzReports {
 

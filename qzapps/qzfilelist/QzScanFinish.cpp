@@ -16,6 +16,7 @@
 #include "QzTopDirs.h"
 #include "QzUiUtil.h"
 #include "qzfilelist.h"
+#include "QzFileListing.h"
 
 namespace QzScanRun {
 

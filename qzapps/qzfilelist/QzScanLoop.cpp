@@ -11,6 +11,7 @@
 #include "QzTopDirs.h"
 #include "QzUiUtil.h"
 #include "qzfilelist.h"
+#include "QzFileWrite.h"
 
 namespace QzScanRun {
 

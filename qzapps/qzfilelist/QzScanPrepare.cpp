@@ -16,6 +16,8 @@
 #include "QzTopDirs.h"
 #include "QzUiUtil.h"
 #include "qzfilelist.h"
+#include "QzFileListing.h"
+#include "QzFileWrite.h"
 
 namespace QzScanRun {
 

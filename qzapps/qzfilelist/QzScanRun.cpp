@@ -10,6 +10,7 @@
 #include "QzSystem.h"
 #include "QzTime.h"
 #include "qzfilelist.h"
+#include "QzFileVolumes.h"
 
 namespace QzScanRun {
 

@@ -12,6 +12,9 @@
 #include "QzSystem.h"
 #include "QzTime.h"
 #include "QzUtil.h"
+#include "QzFileListing.h"
+#include "QzFileVolumes.h"
+#include "QzFileXml.h"
 
 void QzTopDirs::Add(char flag, const QzString& dir, const QzString& vguid) {
     // Room for 50 entries at first, then in steps of a hundred.

@@ -3,12 +3,14 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "QzDataPaths.h"
 #include "QzFile.h"
+#include "qzfilelist.h"
+#include "QzFileLocations.h"
 #include "QzLog.h"
 #include "QzOs.h"
 #include "QzSystem.h"
 #include "QzTime.h"
-#include "qzfilelist.h"
 
 bool g_bufferingIsDisabled = false;
 bool g_isProc64 = false;
@@ -56,8 +58,8 @@ int main(int argc, char** argv) {
     if (const char* v = std::getenv("QZ_TEST_VIRTUAL_TIME"); v && v[0] == '1' && v[1] == '\0') QzTime::UseVirtualTime();
 
     const QzString& dataDir = QzFile::GetDataDir();
-    const QzString logBase = QzCat(dataDir, "qzlogs", "\\", "qzfilelist");
-    const QzString noBufferingFlag = QzCat(dataDir, "qzfilelists", "\\", "qzfilelistdisablebuffering.txt");
+    const QzString logBase = QzFile::DataPath(QzFile::DataFile::LogBase);
+    const QzString noBufferingFlag = QzFile::DataPath(QzFile::DataFile::DisableBuffering);
     g_bufferingIsDisabled = QzFile::PathExists(noBufferingFlag.c_str());
 
     QzLog::Open(logBase.c_str(), dataDir.c_str());

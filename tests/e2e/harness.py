@@ -17,11 +17,14 @@ A test is a function test_*(m) in a test_*.py module; m is a fresh Machine:
     m.log_lines()              parsed lines of the GMT day files around today
     m.log_messages(), m.raw_log_lines(), m.day_file(day), m.log_dir()
     m.snapshot()               every path on the test's own drives
+    with m.hold("D:\\x"):       the file is held exclusively, as another program would
 Checks raise AssertionError through check(), check_eq(), check_match();
 raise Skip("why") when the test cannot judge.
 """
 
+import contextlib
 import datetime
+import fcntl
 import os
 import re
 import shutil
@@ -171,6 +174,7 @@ class WinePrefix:
             d = os.path.join(self.drive_c, sub, "Korvatine")
             shutil.rmtree(d, ignore_errors=True)
             os.makedirs(d)
+        shutil.rmtree(os.path.join(self.drive_c, ".qzvol"), ignore_errors=True)  # the system volume's old marker
         self._remove_links(keep=("c:",))
 
     def map_drive(self, letter, host_dir):
@@ -380,6 +384,35 @@ class Machine:
 
     def run(self, *args, env=None, timeout=120):
         return self.wait(self.start(*args, env=env), timeout=timeout)
+
+    @contextlib.contextmanager
+    def hold(self, win_path):
+        """Holds an existing file exclusively for the duration of the block, as an
+        antivirus or the client's transmitter does: natively with flock(LOCK_EX)
+        (the program's opens then fail with sharing violation 32), under Wine
+        with a second instance of the program in -open_file_exclusive."""
+        if self.platform != "wine":
+            with open(self.host_path(win_path), "rb") as f:
+                fcntl.flock(f, fcntl.LOCK_EX)
+                yield
+            return
+        p = self.start("-open_file_exclusive", win_path)
+        try:
+            deadline = time.time() + 60
+            while time.time() < deadline:
+                p.qz_out.seek(0)
+                if b"Holding file exclusively" in p.qz_out.read():
+                    break
+                check(p.poll() is None, f"the holder of {win_path} ended early")
+                time.sleep(0.1)
+            else:
+                raise AssertionError(f"could not hold {win_path}")
+            yield
+        finally:
+            p.kill()
+            p.wait()
+            p.qz_out.close()
+            p.qz_err.close()
 
     # ---- log ----
     def log_dir(self):

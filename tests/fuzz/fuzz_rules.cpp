@@ -27,6 +27,7 @@
 #include "QzRuleFiles.h"
 #include "QzRuleTexts.h"
 #include "QzRuleTree.h"
+#include "QzTime.h"
 
 namespace {
 
@@ -136,7 +137,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     }
     g_hostDir = dir;
     ::setenv("QZ_DRIVES", ("T=" + g_hostDir).c_str(), 1);
-    QzRuleFiles::SetSleepForTesting([](uint32_t) {});
+    QzTime::SetSleepForTesting([](uint32_t) {});
     std::atexit(RemoveScratch);
     return 0;
 }

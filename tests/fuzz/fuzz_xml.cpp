@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "QzFile.h"
+#include "QzFileXml.h"
 #include "QzString.h"
 
 namespace {

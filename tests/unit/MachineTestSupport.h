@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <string>
 
-#include "QzFile.h"
+#include "QzFileLocations.h"
 #include "QzLog.h"
 #include "TestScratch.h"
 

@@ -1,16 +1,12 @@
 // Alert levels where the real program cannot reach: the level table, the
 // reader's checks and its retries while another program holds the file, and
 // the five-minute cache under a moved clock.
-#include <chrono>
-#include <thread>
-
+#include "QzFile.h"
 #include "QzOs.h"
 #include "QzUiUtil.h"
 #include "RegistryTestFixture.h"
 
 namespace {
-
-using std::chrono::milliseconds;
 
 class QzDefconTest : public QzRegistryTest::Fixture {
 protected:
@@ -74,21 +70,22 @@ TEST_F(QzDefconTest, ReaderRefusesEachDamageWithItsOwnLogLine) {
 
 TEST_F(QzDefconTest, ReaderTriesTwentyTimesWhileTheFileIsHeld) {
     WriteDefcon(Text("4", Record(kGuid, 4, 2)));
-    QzOs::Handle held;
+    static QzOs::Handle held;
+    static int pauses;
+    pauses = 0;
     ASSERT_EQ(QzOs::OpenFile(Data("qzreports\\qzdefcon.xml").c_str(), QzOs::OpenMode::ReadExclusive, &held), 0u);
+    QzTime::SetSleepForTesting([](uint32_t) { ++pauses; });
     int32_t most = 0;
     std::vector<QzVolDefconRecord> records;
-    const auto t0 = std::chrono::steady_clock::now();
     EXPECT_FALSE(Read(&most, &records));
-    EXPECT_GE(std::chrono::steady_clock::now() - t0, milliseconds(1850));  // 19 pauses of 100 ms
+    EXPECT_EQ(pauses, 19);  // 20 tries in all
     EXPECT_TRUE(Logged("many tries could not read qzdefcon.xml file but it DOES exist fName="));
     // Released while the reader waits: a later try succeeds.
-    std::thread release([held] {
-        std::this_thread::sleep_for(milliseconds(350));
-        QzOs::CloseFile(held);
+    QzTime::SetSleepForTesting([](uint32_t) {
+        if (++pauses == 22) QzOs::CloseFile(held);
     });
     EXPECT_TRUE(Read(&most, &records));
-    release.join();
+    QzTime::SetSleepForTesting(nullptr);
     EXPECT_EQ(most, 4);
     ASSERT_EQ(records.size(), 1u);
     EXPECT_STREQ(records[0].mountPoint.c_str(), "D:\\");

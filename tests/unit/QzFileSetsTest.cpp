@@ -7,6 +7,7 @@
 #include "QzInfoManager.h"
 #include "QzTime.h"
 #include "RuleTestSupport.h"
+#include "QzFileXml.h"
 
 using QzInfoManager::QzFileSetDef;
 using QzInfoManager::QzFileSetHashes;

@@ -7,7 +7,11 @@
 #include <cstring>
 #include <filesystem>
 
+#include "QzFileRead.h"
+#include "QzFileWrite.h"
+#include "QzFileXml.h"
 #include "QzOs.h"
+#include "QzTime.h"
 #include "TestScratch.h"
 
 using QzTest::NewScratchSubdir;
@@ -130,21 +134,105 @@ TEST(QzFileXml, ReadsTheFirstWholeAttributeWithoutDecoding) {
     EXPECT_FALSE(QzFile::GetUniqueStrAttrFromXmlSnippet("<v mountPointPathHex=\"433a5c\" />", "mountPointPath", &v));
 }
 
-TEST(QzFileMove, AtomicMoveReplacesAndRetriesBeforeGivingUp) {
-    const QzString dir = NewScratchSubdir("move");
-    const QzString tmp = QzCat(dir, "list.dat.tmp");
+TEST(QzFileXml, SplicerChangesExactlyWhatTheReaderReads) {
+    QzString s("<qzvolume associated_hguid=\"a\" hguid=\"b\" x=\"&amp;\" />");
+    ASSERT_TRUE(QzFile::SetUniqueStrAttrInXmlSnippet(&s, "hguid", QzString("C & <D>")));
+    EXPECT_STREQ(s.c_str(), "<qzvolume associated_hguid=\"a\" hguid=\"C &amp; &lt;D&gt;\" x=\"&amp;\" />");
+    EXPECT_FALSE(QzFile::SetUniqueStrAttrInXmlSnippet(&s, "guid", QzString("z")));
+    // Limited to a range: the second element's value changes, the first stays.
+    QzString two("<a v=\"1\" />\n<a v=\"2\" />\n");
+    ASSERT_TRUE(QzFile::SetUniqueStrAttrInXmlText(&two, 12, -1, "v", QzString("22")));
+    EXPECT_STREQ(two.c_str(), "<a v=\"1\" />\n<a v=\"22\" />\n");
+    QzString out;
+    int32_t at = -1;
+    EXPECT_TRUE(QzFile::RemoveXmlComments(QzString("a<!-- x -->b"), &out, &at));
+    EXPECT_STREQ(out.c_str(), "ab");
+    EXPECT_FALSE(QzFile::RemoveXmlComments(QzString("a<!-- x"), &out, &at));
+    EXPECT_EQ(at, 1);
+}
+
+// Pauses are counted instead of waited; a test may act at a given pause.
+struct CountedPauses {
+    static inline int pauses = 0;
+    static inline void (*atPause)(int) = nullptr;
+    CountedPauses() {
+        pauses = 0;
+        atPause = nullptr;
+        QzTime::SetSleepForTesting([](uint32_t) {
+            ++pauses;
+            if (atPause) atPause(pauses);
+        });
+    }
+    ~CountedPauses() { QzTime::SetSleepForTesting(nullptr); }
+};
+
+TEST(QzFileWrite, WholeFileReplacesInOneStepOrLeavesTheTargetAsItWas) {
+    CountedPauses counted;
+    const QzString dir = NewScratchSubdir("write");
     const QzString target = QzCat(dir, "list.dat");
     ASSERT_TRUE(QzTest::WriteFile(target, "old"));
-    ASSERT_TRUE(QzFile::WriteEntireFile(tmp.c_str(), "new", 3));
-    ASSERT_TRUE(QzFile::AtomicMoveFileWithRetry(tmp.c_str(), target.c_str()));
+    QzFile::ReplacePolicy keepTime;
+    keepTime.lastWriteTime = 130000000000000000LL;  // 2012-12-15, as a copy keeps its original's
+    ASSERT_TRUE(QzFile::WriteFileAtomically(target, QzString("new"), keepTime));
     EXPECT_EQ(QzTest::ReadFile(target), "new");
-    EXPECT_FALSE(QzFile::PathExists(tmp.c_str()));
+    EXPECT_EQ(QzFile::GetFileLastModMillis(target.c_str()), QzTime::FileTimeToGmtMillis(130000000000000000LL));
+    EXPECT_FALSE(QzFile::PathExists(QzCat(target, ".tmp").c_str()));
 
-    // A source that does not exist fails after ten attempts 100 ms apart.
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_FALSE(QzFile::AtomicMoveFileWithRetry(tmp.c_str(), target.c_str()));
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(900));
+    // The temporary name is taken by a folder: the write fails, nothing moves.
+    ASSERT_TRUE(QzFile::CreateDirectoryRecursive(QzCat(target, ".qztmp").c_str()));
+    QzFile::ReplacePolicy policy;
+    policy.tmpSuffix = ".qztmp";
+    policy.writeAttempts = 3;
+    QzFile::ReplaceResult r;
+    EXPECT_FALSE(QzFile::WriteFileAtomically(target, QzString("newer"), policy, &r));
+    EXPECT_FALSE(r.written);
+    EXPECT_EQ(r.moveAttempts, 0);
+    EXPECT_EQ(r.writeAttempts, 3);
+    EXPECT_EQ(CountedPauses::pauses, 2);
     EXPECT_EQ(QzTest::ReadFile(target), "new");
+
+    // A source that does not exist: ten moves, nine pauses between them.
+    CountedPauses::pauses = 0;
+    EXPECT_FALSE(QzFile::AtomicMoveFileWithRetry(QzCat(dir, "none").c_str(), target.c_str()));
+    EXPECT_EQ(CountedPauses::pauses, 9);
+    EXPECT_EQ(QzTest::ReadFile(target), "new");
+}
+
+TEST(QzFileWrite, FutureFileAppearsWholeOrNotAtAll) {
+    const QzString final = QzCat(NewScratchSubdir("future"), "topdirs.xml");
+    ASSERT_TRUE(QzTest::WriteFile(final, "previous"));
+    QzFile::FutureFile f(final);
+    ASSERT_TRUE(f.Create(QzString("header\n")));
+    ASSERT_TRUE(f.Append(QzString("line 1\n")) && f.Append(QzString("line 2\n")) && f.Flush());
+    EXPECT_EQ(QzTest::ReadFile(final), "previous");
+    ASSERT_TRUE(f.Finish());
+    EXPECT_EQ(QzTest::ReadFile(final), "header\nline 1\nline 2\n");
+    EXPECT_FALSE(f.FutureExists());
+    ASSERT_TRUE(f.Create(QzString("other\n")));
+    ASSERT_TRUE(f.Abandon());
+    EXPECT_FALSE(f.FutureExists());
+    EXPECT_EQ(QzTest::ReadFile(final), "header\nline 1\nline 2\n");
+}
+
+TEST(QzFileRead, PatientReadTellsMissingHeldAndRead) {
+    CountedPauses counted;
+    const QzString path = QzCat(NewScratchSubdir("patient"), "qzvolumes.xml");
+    QzString text, err;
+    EXPECT_EQ(QzFile::ReadFilePatiently(path.c_str(), &text), QzFile::ReadStatus::Missing);
+    EXPECT_EQ(QzFile::ReadFilePatiently(QzCat(path, "\\sub\\x").c_str(), &text), QzFile::ReadStatus::Missing);
+    ASSERT_TRUE(QzTest::WriteFile(path, "<contents />"));
+    static QzOs::Handle held;
+    ASSERT_EQ(QzOs::OpenFile(path.c_str(), QzOs::OpenMode::ReadExclusive, &held), 0u);
+    EXPECT_EQ(QzFile::ReadFilePatiently(path.c_str(), &text, {}, &err), QzFile::ReadStatus::Held);
+    EXPECT_STREQ(err.c_str(), "Another_Process_Has_File_Open_32");
+    EXPECT_EQ(CountedPauses::pauses, 4);
+    // Released while the reader waits: a later try reads it.
+    CountedPauses::pauses = 0;
+    CountedPauses::atPause = [](int n) {
+        if (n == 2) QzOs::CloseFile(held);
+    };
+    EXPECT_EQ(QzFile::ReadFilePatiently(path.c_str(), &text), QzFile::ReadStatus::Ok);
+    EXPECT_STREQ(text.c_str(), "<contents />");
 }
 
 TEST(QzFileDirs, CreatesMissingParentsAndReportsExistence) {

@@ -7,8 +7,8 @@
 
 #include "QzOs.h"
 
-#include "QzFile.h"
 #include "QzFileInfo.h"
+#include "QzFileListing.h"
 #include "QzLog.h"
 #include "TestScratch.h"
 
@@ -36,31 +36,6 @@ protected:
 };
 
 }  // namespace
-
-TEST(QzListingPattern, TrimsOneSeparatorButKeepsDriveRoots) {
-    QzString dir, pat;
-    QzFile::BuildDirSearchPattern(QzString("C:\\"), &dir, &pat);
-    EXPECT_STREQ(dir.c_str(), "C:\\");
-    EXPECT_STREQ(pat.c_str(), "C:\\\\*");
-    QzFile::BuildDirSearchPattern(QzString("C:\\Data\\"), &dir, &pat);
-    EXPECT_STREQ(dir.c_str(), "C:\\Data");
-    EXPECT_STREQ(pat.c_str(), "C:\\Data\\*");
-    QzFile::BuildDirSearchPattern(QzString("C:\\Data/"), &dir, &pat);
-    EXPECT_STREQ(dir.c_str(), "C:\\Data");
-    QzFile::BuildDirSearchPattern(QzString("C:\\Data\\\\"), &dir, &pat);
-    EXPECT_STREQ(dir.c_str(), "C:\\Data\\");  // only one separator goes
-    QzFile::BuildDirSearchPattern(QzString("/"), &dir, &pat);
-    EXPECT_STREQ(dir.c_str(), "/");
-
-    QzString p250("C:\\");
-    while (p250.Length() < 250) p250.AppendChar('x');
-    QzFile::BuildDirSearchPattern(p250, &dir, &pat);
-    EXPECT_TRUE(pat.StartsWith("C:\\xx"));
-    QzFile::BuildDirSearchPattern(QzCat(p250, "\\"), &dir, &pat);  // trimmed back to 250
-    EXPECT_TRUE(pat.StartsWith("C:\\xx"));
-    QzFile::BuildDirSearchPattern(QzCat(p250, "y"), &dir, &pat);
-    EXPECT_STREQ(pat.c_str(), QzCat("\\\\?\\", p250, "y\\*").c_str());
-}
 
 TEST(QzFileInfoList, GrowsInTheDocumentedSteps) {
     EXPECT_EQ(QzFileInfoList::GrownCapacity(0, 0), 5);

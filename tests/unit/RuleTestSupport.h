@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "QzFile.h"
 #include "QzLog.h"
 #include "QzRuleFiles.h"
+#include "QzTime.h"
 #include "TestScratch.h"
 
 namespace QzRuleTest {
@@ -62,9 +62,9 @@ class NoSleep {
 public:
     NoSleep() {
         pauses_ = 0;
-        QzRuleFiles::SetSleepForTesting([](uint32_t) { ++pauses_; });
+        QzTime::SetSleepForTesting([](uint32_t) { ++pauses_; });
     }
-    ~NoSleep() { QzRuleFiles::SetSleepForTesting(nullptr); }
+    ~NoSleep() { QzTime::SetSleepForTesting(nullptr); }
     static int Pauses() { return pauses_; }
 
 private:
