@@ -37,6 +37,9 @@ def test_startup_lines(m):
     virt, res, ram = (int(mm.group(i)) for i in (2, 3, 4))
     check(ram > 100, f"implausible numMBytesStartHardwareRamMemSize={ram}")
     check(res < ram, f"resident {res} MB exceeds RAM {ram} MB")
+    # Committed private memory, as page-file usage counts it; not the address
+    # space a sanitizer reserves.
+    check(virt < ram, f"virtual {virt} MB exceeds RAM {ram} MB")
     # The time column is GMT and current.
     for l in lines:
         t = datetime.datetime.strptime(l.time, "%Y-%m-%d %H:%M:%S").replace(tzinfo=datetime.timezone.utc)
