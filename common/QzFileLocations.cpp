@@ -1,8 +1,6 @@
 // Where the client is installed, where its data lives, and which machine this
 // is. Each is worked out once per process, with fallbacks that let a run go on
 // when the installer's record is missing or damaged.
-#include <mutex>
-
 #include "QzFile.h"
 #include "QzLog.h"
 #include "QzOs.h"
@@ -13,7 +11,6 @@ namespace QzFile {
 namespace {
 
 struct Locations {
-    std::mutex mu;
     bool haveWindows = false, haveProgramFiles = false, haveInstall = false, haveData = false, haveHguid = false;
     QzString windowsDir, programFilesDir, installDir, dataDir, hguid;
 };
@@ -68,18 +65,12 @@ QzString ComputeHostGuid() {
     return hguid;
 }
 
-// Computes a cached value once. The lock is not held while computing, since
-// one location is built from another.
+// Computes a cached value on first use. One location is built from another,
+// so the computation may itself fill other entries of the cache.
 const QzString& Cached(bool Locations::*have, QzString Locations::*value, QzString (*compute)()) {
     Locations& c = Cache();
-    {
-        std::lock_guard<std::mutex> lock(c.mu);
-        if (c.*have) return c.*value;
-    }
-    QzString v = compute();
-    std::lock_guard<std::mutex> lock(c.mu);
     if (!(c.*have)) {
-        c.*value = std::move(v);
+        c.*value = compute();
         c.*have = true;
     }
     return c.*value;
@@ -112,7 +103,6 @@ const QzString& GetMyHostGuid() { return Cached(&Locations::haveHguid, &Location
 
 void ResetLocationCachesForTesting() {
     Locations& c = Cache();
-    std::lock_guard<std::mutex> lock(c.mu);
     c.haveWindows = c.haveProgramFiles = c.haveInstall = c.haveData = c.haveHguid = false;
 }
 
