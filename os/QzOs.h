@@ -142,7 +142,6 @@ uint32_t GetLogicalDrives();  // bit 0 = A:, bit 25 = Z:
 uint32_t GetDriveType(const char* rootPath);
 uint32_t GetDiskFreeSpace(const char* rootPath, int64_t* freeToCallerRet, int64_t* totalRet);
 struct VolumeInfo {
-    QzString volumeName;
     QzString fileSystemName;
     uint32_t serialNumber = 0;
     uint32_t fileSystemFlags = 0;  // FILE_CASE_SENSITIVE_SEARCH 0x1, FILE_CASE_PRESERVED_NAMES 0x2

@@ -73,7 +73,9 @@ void Rebuild(DriveTable& t, const std::string& text) {
     }
 }
 
-bool IsSep(char c) { return c == '\\' || c == '/'; }
+bool IsSep(char c) {
+    return c == '\\' || c == '/';
+}
 
 // True when `path` is `dir` or lies below it.
 bool IsInside(const std::string& path, const std::string& dir) {
@@ -184,29 +186,48 @@ bool ParentExists(const std::string& path) {
 
 uint32_t MapErrno(int e) {
     switch (e) {
-        case 0: return ErrSuccess;
-        case ENOENT: return ErrFileNotFound;
-        case ENOTDIR: return ErrPathNotFound;
+        case 0:
+            return ErrSuccess;
+        case ENOENT:
+            return ErrFileNotFound;
+        case ENOTDIR:
+            return ErrPathNotFound;
         case EACCES:
         case EPERM:
-        case EISDIR: return ErrAccessDenied;
-        case EEXIST: return ErrFileExists;
+        case EISDIR:
+            return ErrAccessDenied;
+        case EEXIST:
+            return ErrFileExists;
         case EMFILE:
-        case ENFILE: return ErrTooManyOpenFiles;
-        case ENOMEM: return ErrNotEnoughMemory;
-        case EXDEV: return ErrNotSameDevice;
-        case EROFS: return ErrWriteProtect;
-        case EWOULDBLOCK: return ErrSharingViolation;
-        case EINVAL: return ErrInvalidParameter;
-        case ENOSPC: return ErrDiskFull;
-        case ENOTEMPTY: return ErrDirNotEmpty;
-        case EBUSY: return ErrBusy;
-        case ENAMETOOLONG: return ErrFilenameExcedRange;
-        case EIO: return ErrIoDevice;
-        case ELOOP: return ErrCantResolveFilename;
+        case ENFILE:
+            return ErrTooManyOpenFiles;
+        case ENOMEM:
+            return ErrNotEnoughMemory;
+        case EXDEV:
+            return ErrNotSameDevice;
+        case EROFS:
+            return ErrWriteProtect;
+        case EWOULDBLOCK:
+            return ErrSharingViolation;
+        case EINVAL:
+            return ErrInvalidParameter;
+        case ENOSPC:
+            return ErrDiskFull;
+        case ENOTEMPTY:
+            return ErrDirNotEmpty;
+        case EBUSY:
+            return ErrBusy;
+        case ENAMETOOLONG:
+            return ErrFilenameExcedRange;
+        case EIO:
+            return ErrIoDevice;
+        case ELOOP:
+            return ErrCantResolveFilename;
         case ENODEV:
-        case ENXIO: return ErrNotReady;
-        default: return ErrGenFailure;
+        case ENXIO:
+            return ErrNotReady;
+        default:
+            return ErrGenFailure;
     }
 }
 
@@ -249,8 +270,10 @@ uint32_t AttributesOf(const char* name, const struct stat& st, const struct stat
     uint32_t a = 0;
     if (S_ISLNK(st.st_mode)) {
         a = AttrReparsePoint;
-        if (linkTarget && S_ISDIR(linkTarget->st_mode)) a |= AttrDirectory;
-        else a |= AttrArchive;
+        if (linkTarget && S_ISDIR(linkTarget->st_mode))
+            a |= AttrDirectory;
+        else
+            a |= AttrArchive;
     } else if (S_ISDIR(st.st_mode)) {
         a = AttrDirectory;
     } else {
@@ -282,7 +305,7 @@ uint32_t LstatPath(const char* winPath, std::string* path, struct stat* st) {
 struct FindHandle {
     DIR* dir = nullptr;
     int fd = -1;
-    std::string wildcard;  // the pattern's last component; empty matches everything
+    std::string wildcard;    // the pattern's last component; empty matches everything
     bool driveRoot = false;  // a drive root lists no "." and ".." on Windows
 };
 
@@ -423,11 +446,21 @@ uint32_t OpenFile(const char* winPath, OpenMode mode, Handle* handleRet) {
     int lockOp = LOCK_SH;
     switch (mode) {
         case OpenMode::ReadShared:
-        case OpenMode::ReadShareRead: flags |= O_RDONLY; break;
-        case OpenMode::ReadExclusive: flags |= O_RDONLY, lockOp = LOCK_EX; break;
-        case OpenMode::CreateNew: flags |= O_RDWR | O_CREAT | O_EXCL; break;
-        case OpenMode::CreateAlways: flags |= O_WRONLY | O_CREAT; break;
-        case OpenMode::Append: flags |= O_WRONLY | O_CREAT | O_APPEND; break;
+        case OpenMode::ReadShareRead:
+            flags |= O_RDONLY;
+            break;
+        case OpenMode::ReadExclusive:
+            flags |= O_RDONLY, lockOp = LOCK_EX;
+            break;
+        case OpenMode::CreateNew:
+            flags |= O_RDWR | O_CREAT | O_EXCL;
+            break;
+        case OpenMode::CreateAlways:
+            flags |= O_WRONLY | O_CREAT;
+            break;
+        case OpenMode::Append:
+            flags |= O_WRONLY | O_CREAT | O_APPEND;
+            break;
     }
     int fd;
     do {
@@ -496,7 +529,9 @@ uint32_t GetFileTimes(Handle h, int64_t* creationRet, int64_t* lastWriteRet) {
     return ErrSuccess;
 }
 
-uint32_t FlushFile(Handle h) { return ::fsync(static_cast<int>(h)) == 0 ? ErrSuccess : MapErrno(errno); }
+uint32_t FlushFile(Handle h) {
+    return ::fsync(static_cast<int>(h)) == 0 ? ErrSuccess : MapErrno(errno);
+}
 
 void CloseFile(Handle h) {
     if (h != kInvalidHandle) ::close(static_cast<int>(h));

@@ -27,7 +27,9 @@ bool GetCurrentLoginName(QzString* nameRet) {
     return true;
 }
 
-bool CurrentProcessHasAdminRights() { return ::geteuid() == 0; }
+bool CurrentProcessHasAdminRights() {
+    return ::geteuid() == 0;
+}
 
 bool AccountMayReadFile(const char* winPath, const char* accountName, QzString* detailRet) {
     detailRet->Clear();

@@ -41,7 +41,9 @@ uint32_t ReadRegistryString(const char*, const char*, QzString* valueRet) {
 
 // ---- process and machine ---------------------------------------------------
 
-uint32_t GetCurrentProcessId() { return static_cast<uint32_t>(::getpid()); }
+uint32_t GetCurrentProcessId() {
+    return static_cast<uint32_t>(::getpid());
+}
 
 namespace {
 // Bytes of committed private memory: the mappings the kernel charges against
@@ -120,7 +122,9 @@ void GetUtf8Arguments(int argc, char** argv, std::vector<QzString>* argsRet) {
 }
 
 void InitConsole() {}
-bool SocketStartup() { return true; }
+bool SocketStartup() {
+    return true;
+}
 void SocketShutdown() {}
 
 // ---- descriptions ----------------------------------------------------------
@@ -166,7 +170,8 @@ void LocaleFromEnv(const char* const* vars, QzString* out) {
     for (const char* const* v = vars; *v; ++v) {
         const char* val = std::getenv(*v);
         if (!val || !*val) continue;
-        if (std::strcmp(val, "C") == 0 || std::strcmp(val, "POSIX") == 0 || std::strncmp(val, "C.", 2) == 0) return;
+        if (std::strcmp(val, "C") == 0 || std::strcmp(val, "POSIX") == 0 || std::strncmp(val, "C.", 2) == 0)
+            return;
         for (const char* p = val; *p && *p != '.' && *p != '@'; ++p) out->AppendChar(*p == '_' ? '-' : *p);
         return;
     }
@@ -226,6 +231,8 @@ bool FormatLocaleTime(int hour, int minute, int second, bool withSeconds, QzStri
 }
 
 // Windows DLLs cannot be loaded here.
-uint32_t TryLoadLibrary(const char*) { return ErrNotSupported; }
+uint32_t TryLoadLibrary(const char*) {
+    return ErrNotSupported;
+}
 
 }  // namespace QzOs

@@ -122,7 +122,6 @@ uint32_t GetVolumeInformation(const char* rootPath, VolumeInfo* infoRet) {
         case 0x5346544e: name = "NTFS"; break;
         default: name = IsNetworkFs(static_cast<long>(fs.f_type)) ? "NETWORK" : "UNKNOWN"; break;
     }
-    infoRet->volumeName.Set("");
     infoRet->fileSystemName.Set(name);
     infoRet->serialNumber = static_cast<uint32_t>(st.st_dev);
     infoRet->fileSystemFlags = flags;

@@ -70,7 +70,8 @@ uint32_t FindFirstFile(const char* pattern, FindHandle** handleRet, FindData* da
     // The caller has put "\\?\" before the pattern when its directory is long;
     // the pattern's own length must not decide it again.
     QzUtf16String wpattern;
-    if (!pattern || !wpattern.ConvertUtf8PreparedPathToUtf16(pattern, static_cast<int32_t>(std::strlen(pattern)))) {
+    if (!pattern ||
+        !wpattern.ConvertUtf8PreparedPathToUtf16(pattern, static_cast<int32_t>(std::strlen(pattern)))) {
         return ErrNoUnicodeTranslation;
     }
     auto* fh = new (std::nothrow) FindHandle;
@@ -171,7 +172,8 @@ uint32_t OpenFile(const char* path, OpenMode mode, Handle* handleRet) {
             return ErrInvalidParameter;
     }
     HANDLE h = ::CreateFileW(W(wpath), access, share, nullptr, disposition, flags, nullptr);
-    if (h == INVALID_HANDLE_VALUE && mode == OpenMode::CreateAlways && ::GetLastError() == ERROR_ACCESS_DENIED) {
+    if (h == INVALID_HANDLE_VALUE && mode == OpenMode::CreateAlways &&
+        ::GetLastError() == ERROR_ACCESS_DENIED) {
         // CREATE_ALWAYS refuses to replace a hidden or system file unless the
         // call asks for the same attributes; keep them, as the POSIX build has
         // no such refusal.
@@ -244,7 +246,8 @@ uint32_t MoveFileReplace(const char* src, const char* dst) {
     QzUtf16String wsrc;
     QzUtf16String wdst;
     if (!WidePath(src, &wsrc) || !WidePath(dst, &wdst)) return ErrNoUnicodeTranslation;
-    if (!::MoveFileExW(W(wsrc), W(wdst), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) return LastError();
+    if (!::MoveFileExW(W(wsrc), W(wdst), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+        return LastError();
     return 0;
 }
 
@@ -285,9 +288,9 @@ uint32_t GetFileLinkCount(const char* path, uint32_t* countRet) {
     QzUtf16String wpath;
     if (!WidePath(path, &wpath)) return ErrNoUnicodeTranslation;
     // The entry itself, not what a link points to; directories included.
-    HANDLE h = ::CreateFileW(W(wpath), FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                             nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT,
-                             nullptr);
+    HANDLE h = ::CreateFileW(W(wpath), FILE_READ_ATTRIBUTES,
+                             FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                             FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
     if (h == INVALID_HANDLE_VALUE) return LastError();
     BY_HANDLE_FILE_INFORMATION info;
     const BOOL ok = ::GetFileInformationByHandle(h, &info);

@@ -3,8 +3,10 @@
 // answers back to UTF-8).
 #pragma once
 
+// clang-format off
 #include <winsock2.h>  // before windows.h, which would otherwise pull in winsock 1
 #include <windows.h>
+// clang-format on
 
 // windows.h maps these names to their ...W variants; the layer's functions of
 // the same names must keep their own names so the shared code links to them.
@@ -29,7 +31,9 @@
 
 namespace QzOs::win32 {
 
-inline const wchar_t* W(const QzUtf16String& s) { return reinterpret_cast<const wchar_t*>(s.Data()); }
+inline const wchar_t* W(const QzUtf16String& s) {
+    return reinterpret_cast<const wchar_t*>(s.Data());
+}
 
 // A path for a wide-character call: UTF-16, with "\\?\" when it is long.
 inline bool WidePath(const char* path, QzUtf16String* w) {
@@ -51,7 +55,9 @@ inline int64_t FromSizeParts(DWORD high, DWORD low) {
     return static_cast<int64_t>((static_cast<uint64_t>(high) << 32) | low);
 }
 
-inline HANDLE ToWin(Handle h) { return reinterpret_cast<HANDLE>(h); }
+inline HANDLE ToWin(Handle h) {
+    return reinterpret_cast<HANDLE>(h);
+}
 
 inline uint32_t LastError() {
     const DWORD e = ::GetLastError();

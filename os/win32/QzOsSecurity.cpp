@@ -1,7 +1,9 @@
 // Windows side of identity and access: the login name, membership of the
 // Administrators group in force, and whether an account may read a file by
 // the file's own access list.
+// clang-format off
 #include "QzOsInternal.h"  // windows.h, which the other system headers need first
+// clang-format on
 
 #include <aclapi.h>
 
@@ -28,8 +30,8 @@ bool CurrentProcessHasAdminRights() {
     // token holds the Administrators group only for deny, which reads as no.
     SID_IDENTIFIER_AUTHORITY ntAuthority = SECURITY_NT_AUTHORITY;
     PSID admins = nullptr;
-    if (!::AllocateAndInitializeSid(&ntAuthority, 2, SECURITY_BUILTIN_DOMAIN_RID, DOMAIN_ALIAS_RID_ADMINS, 0, 0, 0,
-                                    0, 0, 0, &admins)) {
+    if (!::AllocateAndInitializeSid(&ntAuthority, 2, SECURITY_BUILTIN_DOMAIN_RID, DOMAIN_ALIAS_RID_ADMINS, 0,
+                                    0, 0, 0, 0, 0, &admins)) {
         return false;
     }
     BOOL member = FALSE;
@@ -57,8 +59,9 @@ bool AccountMayReadFile(const char* path, const char* accountName, QzString* det
     PSECURITY_DESCRIPTOR sd = nullptr;
     PACL dacl = nullptr;
     const DWORD secErr =
-        ::GetSecurityInfo(h, SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION |
-                          DACL_SECURITY_INFORMATION, nullptr, nullptr, &dacl, nullptr, &sd);
+        ::GetSecurityInfo(h, SE_FILE_OBJECT,
+                          OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION,
+                          nullptr, nullptr, &dacl, nullptr, &sd);
     ::CloseHandle(h);
     if (secErr != ERROR_SUCCESS) {
         detailRet->Set("get_security_info_failed_err_");
@@ -103,7 +106,8 @@ bool AccountMayReadFile(const char* path, const char* accountName, QzString* det
         wchar_t domain[256] = {};
         DWORD domainLen = 256;
         SID_NAME_USE use;
-        if (!wname.ConvertUtf8QzStringToUtf16(accountName, static_cast<int32_t>(std::strlen(accountName)), false)) {
+        if (!wname.ConvertUtf8QzStringToUtf16(accountName, static_cast<int32_t>(std::strlen(accountName)),
+                                              false)) {
             detailRet->Set("account_not_utf8");
         } else if (!::LookupAccountNameW(nullptr, W(wname), sidBuf, &sidLen, domain, &domainLen, &use)) {
             detailRet->Set("lookup_account_failed_err_");

@@ -1,7 +1,9 @@
 // Windows side of the system calls: known folders, the registry, process and
 // machine facts, the clock, the command line, sockets, and the descriptions,
 // time zone and locale of the diagnostic switches.
+// clang-format off
 #include "QzOsInternal.h"  // windows.h, which the other system headers need first
+// clang-format on
 
 #include <psapi.h>
 #include <shellapi.h>
@@ -68,7 +70,8 @@ uint32_t GetShellFolder(int csidl, QzString* dirRet) {
     wchar_t buf[MAX_PATH + 1] = {};
     // DONT_VERIFY: the answer is the configured location whether or not the
     // folder exists; only a failure of the call itself is reported.
-    const HRESULT hr = ::SHGetFolderPathW(nullptr, csidl | CSIDL_FLAG_DONT_VERIFY, nullptr, SHGFP_TYPE_CURRENT, buf);
+    const HRESULT hr =
+        ::SHGetFolderPathW(nullptr, csidl | CSIDL_FLAG_DONT_VERIFY, nullptr, SHGFP_TYPE_CURRENT, buf);
     if (FAILED(hr)) return FromHresult(hr);
     // An empty answer is still an answer: the caller's rule for a short
     // folder name applies to it, not the one for a failed call.
@@ -137,7 +140,9 @@ uint32_t ReadRegistryString(const char* keyPath, const char* valueName, QzString
 
 // -------------------------------------------------------- process and machine
 
-uint32_t GetCurrentProcessId() { return static_cast<uint32_t>(::GetCurrentProcessId()); }
+uint32_t GetCurrentProcessId() {
+    return static_cast<uint32_t>(::GetCurrentProcessId());
+}
 
 bool GetProcessMemoryCounters(MemoryCounters* countersRet) {
     PROCESS_MEMORY_COUNTERS pmc;
@@ -167,7 +172,9 @@ bool Is64BitOperatingSystem() {
 #endif
 }
 
-void Sleep(uint32_t millis) { ::Sleep(millis); }
+void Sleep(uint32_t millis) {
+    ::Sleep(millis);
+}
 
 int64_t GetSystemTimeAsFileTime() {
     FILETIME ft;
@@ -193,14 +200,18 @@ void GetUtf8Arguments(int argc, char** argv, std::vector<QzString>* argsRet) {
     for (int i = 0; i < argc; ++i) argsRet->emplace_back(argv[i] ? argv[i] : "");
 }
 
-void InitConsole() { ::SetConsoleOutputCP(CP_UTF8); }
+void InitConsole() {
+    ::SetConsoleOutputCP(CP_UTF8);
+}
 
 bool SocketStartup() {
     WSADATA wsa;
     return ::WSAStartup(MAKEWORD(2, 2), &wsa) == 0;
 }
 
-void SocketShutdown() { ::WSACleanup(); }
+void SocketShutdown() {
+    ::WSACleanup();
+}
 
 uint32_t TryLoadLibrary(const char* path) {
     QzUtf16String wpath;
@@ -226,9 +237,9 @@ void GetOsDescription(OsDescription* descRet) {
     std::memset(&vi, 0, sizeof(vi));
     vi.dwOSVersionInfoSize = sizeof(vi);
     using RtlGetVersionFn = LONG(WINAPI*)(RTL_OSVERSIONINFOW*);
-    auto rtlGetVersion =
-        ntdll ? reinterpret_cast<RtlGetVersionFn>(reinterpret_cast<void*>(::GetProcAddress(ntdll, "RtlGetVersion")))
-              : nullptr;
+    auto rtlGetVersion = ntdll ? reinterpret_cast<RtlGetVersionFn>(
+                                     reinterpret_cast<void*>(::GetProcAddress(ntdll, "RtlGetVersion")))
+                               : nullptr;
     const bool haveVersion = rtlGetVersion && rtlGetVersion(&vi) == 0;
 
     ReadRegistryString(kCurrentVersion, "ProductName", &descRet->productName);
@@ -256,8 +267,10 @@ void GetOsDescription(OsDescription* descRet) {
     }
 
     // "22H2" on current systems, "1909" style before, "Service Pack 1" on 7.
-    if (ReadRegistryString(kCurrentVersion, "DisplayVersion", &descRet->build) != 0 || descRet->build.IsEmpty()) {
-        if (ReadRegistryString(kCurrentVersion, "ReleaseId", &descRet->build) != 0 || descRet->build.IsEmpty()) {
+    if (ReadRegistryString(kCurrentVersion, "DisplayVersion", &descRet->build) != 0 ||
+        descRet->build.IsEmpty()) {
+        if (ReadRegistryString(kCurrentVersion, "ReleaseId", &descRet->build) != 0 ||
+            descRet->build.IsEmpty()) {
             if (haveVersion) AssignWide(vi.szCSDVersion, &descRet->build);
         }
     }
@@ -268,10 +281,9 @@ void GetOsDescription(OsDescription* descRet) {
 
     // Wine's ntdll exports its version; real Windows has no such export.
     using WineGetVersionFn = const char*(CDECL*)();
-    auto wineGetVersion =
-        ntdll
-            ? reinterpret_cast<WineGetVersionFn>(reinterpret_cast<void*>(::GetProcAddress(ntdll, "wine_get_version")))
-            : nullptr;
+    auto wineGetVersion = ntdll ? reinterpret_cast<WineGetVersionFn>(
+                                      reinterpret_cast<void*>(::GetProcAddress(ntdll, "wine_get_version")))
+                                : nullptr;
     if (wineGetVersion) {
         const char* v = wineGetVersion();
         descRet->hostNote = "Wine";

@@ -32,16 +32,13 @@ uint32_t GetDiskFreeSpace(const char* rootPath, int64_t* freeToCallerRet, int64_
 uint32_t GetVolumeInformation(const char* rootPath, VolumeInfo* infoRet) {
     QzUtf16String wroot;
     if (!WidePath(rootPath, &wroot)) return ErrNoUnicodeTranslation;
-    wchar_t name[MAX_PATH + 1] = {};
     wchar_t fsName[MAX_PATH + 1] = {};
     DWORD serial = 0;
     DWORD maxComponent = 0;
     DWORD flags = 0;
-    if (!::GetVolumeInformationW(W(wroot), name, MAX_PATH + 1, &serial, &maxComponent, &flags, fsName,
-                                 MAX_PATH + 1)) {
+    if (!::GetVolumeInformationW(W(wroot), nullptr, 0, &serial, &maxComponent, &flags, fsName, MAX_PATH + 1)) {
         return LastError();
     }
-    AssignWide(name, &infoRet->volumeName);
     AssignWide(fsName, &infoRet->fileSystemName);
     infoRet->serialNumber = serial;
     infoRet->fileSystemFlags = flags;
