@@ -97,8 +97,9 @@ int QzClientVersionManager::detect_revision() {
         revision = 0;
     }
     if (revision == 0) {
-        QZ_LOG_LOCATED(-2, "revision from clientversion.xml is invalid: %s, using legacy compatibility mode (rev1)",
-                       numText.c_str());
+        QZ_LOG_LOCATED_AS(-2, "int __cdecl QzClientVersionManager::detect_revision(void)",
+                          "revision from clientversion.xml is invalid: %s, using legacy compatibility mode (rev1)",
+                          numText.c_str());
         revision = 1;
     }
     revision_ = revision;
@@ -114,7 +115,8 @@ bool QzClientVersionManager::IsEndOfLife() {
     const int revision = detect_revision();
     // Compared unsigned: a negative revision counts as a large one.
     if (static_cast<unsigned>(revision) < 4u) {
-        QZ_LOG_LOCATED(-2, "QzClientVersionManager::IsEndOfLife - invalid clientversion revision (rev %d)", revision);
+        QZ_LOG_LOCATED_AS(-2, "bool __cdecl QzClientVersionManager::IsEndOfLife(void)",
+                          "QzClientVersionManager::IsEndOfLife - invalid clientversion revision (rev %d)", revision);
         return false;
     }
     QzString element;

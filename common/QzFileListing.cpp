@@ -23,8 +23,15 @@ void BuildDirSearchPattern(const QzString& dirPath, QzString* trimmedRet, QzStri
     if ((last == '\\' || last == '/') && !trimmedRet->Equals("/") && !IsShortDriveRoot(*trimmedRet))
         trimmedRet->Truncate(trimmedRet->Length() - 1);
     patternRet->Clear();
-    if (trimmedRet->Length() >= 251) patternRet->Append("\\\\?\\");
+    // The directory's length decides the long-path prefix, not the pattern's.
+    // Behind the prefix the system takes "/" literally, so it becomes "\".
+    const bool prefixed = trimmedRet->Length() >= 251;
+    if (prefixed) patternRet->Append("\\\\?\\");
+    const int32_t start = patternRet->Length();
     patternRet->Append(*trimmedRet);
+    if (prefixed)
+        for (int32_t i = start; i < patternRet->Length(); ++i)
+            if (patternRet->Data()[i] == '/') patternRet->Data()[i] = '\\';
     patternRet->Append("\\*");
 }
 
@@ -43,11 +50,14 @@ bool GetListOfFileInfosInDir(const QzString* dirPath, QzFileInfoList* list) {
         return false;
     }
 
-    // Records are filled in place; the find data lives here, not per entry.
-    static thread_local QzOs::FindData data;
+    // Records are filled in place; one find record serves every entry.
+    QzOs::FindData data;
     QzOs::FindHandle* h = nullptr;
     const uint32_t firstErr = QzOs::FindFirstFile(pattern.c_str(), &h, &data);
     if (firstErr != QzOs::ErrSuccess) {
+        // A drive root has no "." and ".." entries, so the search of an empty
+        // one (a freshly formatted stick) finds nothing at all: zero entries.
+        if (firstErr == QzOs::ErrFileNotFound) return true;
         if (firstErr == QzOs::ErrNoUnicodeTranslation) {
             QzLog::WriteLine(QzCat("ERROR: GetListOfFileInfosInDir (processId=", pid,
                                    ") QzUtf16String::ConvertUtf8QzStringToUtf16_A failed, dirPat=", pattern));

@@ -3,8 +3,6 @@
 // when the installer's record is missing or damaged.
 #include "QzFileLocations.h"
 
-#include <mutex>
-
 #include "QzFile.h"
 #include "QzFileXml.h"
 #include "QzLog.h"
@@ -16,7 +14,6 @@ namespace QzFile {
 namespace {
 
 struct Locations {
-    std::mutex mu;
     bool haveWindows = false, haveProgramFiles = false, haveInstall = false, haveData = false, haveHguid = false;
     QzString windowsDir, programFilesDir, installDir, dataDir, hguid;
 };
@@ -71,18 +68,12 @@ QzString ComputeHostGuid() {
     return hguid;
 }
 
-// Computes a cached value once. The lock is not held while computing, since
-// one location is built from another.
+// Computes a cached value on first use. One location is built from another,
+// so the computation may itself fill other entries of the cache.
 const QzString& Cached(bool Locations::*have, QzString Locations::*value, QzString (*compute)()) {
     Locations& c = Cache();
-    {
-        std::lock_guard<std::mutex> lock(c.mu);
-        if (c.*have) return c.*value;
-    }
-    QzString v = compute();
-    std::lock_guard<std::mutex> lock(c.mu);
     if (!(c.*have)) {
-        c.*value = std::move(v);
+        c.*value = compute();
         c.*have = true;
     }
     return c.*value;
@@ -117,7 +108,6 @@ const QzString& GetMyHostGuid() { return Cached(&Locations::haveHguid, &Location
 
 void ResetLocationCachesForTesting() {
     Locations& c = Cache();
-    std::lock_guard<std::mutex> lock(c.mu);
     c.haveWindows = c.haveProgramFiles = c.haveInstall = c.haveData = c.haveHguid = false;
 }
 

@@ -39,16 +39,6 @@ QzString NormalizeMountPoint(const QzString& mountPoint) {
 bool RootLooksEmpty(const QzString& root) {
     static const char* const kIgnored[] = {"autorun.inf", "system volume information", "$recycle.bin",
                                            "$recycler", "recycled"};
-    // A drive root has no "." or ".." entries: on an empty volume the search
-    // itself finds nothing and fails with "file not found".
-    QzString trimmed, pattern;
-    BuildDirSearchPattern(root, &trimmed, &pattern);
-    QzOs::FindHandle* probe = nullptr;
-    static thread_local QzOs::FindData first;
-    const uint32_t err = QzOs::FindFirstFile(pattern.c_str(), &probe, &first);
-    if (err == QzOs::ErrFileNotFound) return true;
-    if (err != QzOs::ErrSuccess) return false;
-    QzOs::FindClose(probe);
     QzFileInfoList list;
     if (!GetListOfFileInfosInDir(&root, &list)) return false;
     for (int32_t i = 0; i < list.Count(); ++i) {

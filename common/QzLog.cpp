@@ -7,7 +7,6 @@
 #include <mutex>
 #include <vector>
 
-#include "QzFile.h"
 #include "QzOs.h"
 #include "QzTime.h"
 
@@ -37,6 +36,22 @@ void Lock(std::mutex& mu) {
         std::fputs("FATAL: could not lock the log mutex\n", stderr);
         std::abort();
     }
+}
+
+// The log sits below the file module (which logs), so it makes its folders
+// through the OS layer itself.
+bool IsDirectory(const char* path) {
+    QzOs::FileAttrData a;
+    return QzOs::GetFileAttributesEx(path, &a) == QzOs::ErrSuccess && (a.attributes & QzOs::AttrDirectory) != 0;
+}
+
+void CreateFolderAndParents(const QzString& path) {
+    if (path.IsEmpty() || IsDirectory(path.c_str())) return;
+    int32_t cut = path.Length() - 1;
+    while (cut > 0 && path[cut] != '\\' && path[cut] != '/') --cut;
+    // Stops at a drive root ("C:") and at the top of a relative path.
+    if (cut > 0 && !(cut == 2 && path[1] == ':')) CreateFolderAndParents(QzString(path.c_str(), cut));
+    QzOs::CreateDirectory(path.c_str());
 }
 
 QzString DayPath(const LogState& s, int day, const char* ext) {
@@ -80,9 +95,9 @@ void Open(const char* basePath, const char* dataDir) {
         QzString base(basePath);
         if (base.Length() > 1 && (base.Last() == '\\' || base.Last() == '/')) base.Truncate(base.Length() - 1);
         bool allowed = true;
-        if (dataDir && *dataDir && base.StartsWithIgnoreCase(dataDir)) allowed = QzFile::DirExists(dataDir);
+        if (dataDir && *dataDir && base.StartsWithIgnoreCase(dataDir)) allowed = IsDirectory(dataDir);
         if (allowed) {
-            QzFile::CreateDirectoryRecursive(base.c_str());
+            CreateFolderAndParents(base);
             int32_t cut = base.Length();
             while (cut > 0 && base[cut - 1] != '\\' && base[cut - 1] != '/') --cut;
             s.lastPart.Set(base.c_str() + cut);
@@ -114,14 +129,6 @@ QzString DayFilePath(int dayOfMonth) {
     QzString p = DayPath(s, dayOfMonth, ".log");
     s.mu.unlock();
     return p;
-}
-
-int64_t LastCleanupMillis() {
-    LogState& s = State();
-    Lock(s.mu);
-    const int64_t t = s.lastCleanup;
-    s.mu.unlock();
-    return t;
 }
 
 void WriteLine(const char* message) {

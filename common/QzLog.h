@@ -23,7 +23,7 @@ void WriteLine(const char* message);
 void WriteLine(const QzString& message);
 
 // Writes "file:line [function] LEVEL:\tmessage" (level -3 ERROR, -2 WARNING,
-// -1 NOTE; other levels omit the level word).
+// -1 NOTE; other levels omit the level word). Use QZ_LOG_LOCATED_AS below.
 void WriteLocated(int level, const char* sourceFile, int line, const char* functionSignature, const char* format,
                   ...)
 #if defined(__GNUC__)
@@ -31,16 +31,13 @@ void WriteLocated(int level, const char* sourceFile, int line, const char* funct
 #endif
     ;
 
-// The day file that a line written at `gmtMillis` goes to.
+// The day file for a day of the month (1-31) under the current base.
 QzString DayFilePath(int dayOfMonth);
-// Time of the last clean-up of coming days' files (tests check the interval).
-int64_t LastCleanupMillis();
 
 }  // namespace QzLog
 
-#define QZ_LOG_LOCATED(level, ...) QzLog::WriteLocated((level), __FILE__, __LINE__, QZ_FUNCTION_SIGNATURE, __VA_ARGS__)
-#if defined(__GNUC__)
-#define QZ_FUNCTION_SIGNATURE __PRETTY_FUNCTION__
-#else
-#define QZ_FUNCTION_SIGNATURE __func__
-#endif
+// A located message names its function by the signature written at the call,
+// in the spelling the Windows compiler gives it ("int __cdecl main(int,char
+// *[])"), so the line reads the same from every build and compiler.
+#define QZ_LOG_LOCATED_AS(level, functionSignature, ...) \
+    QzLog::WriteLocated((level), __FILE__, __LINE__, (functionSignature), __VA_ARGS__)

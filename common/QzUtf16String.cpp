@@ -62,17 +62,43 @@ bool QzUtf16String::Reserve(int32_t units) {
     return true;
 }
 
+namespace {
+bool IsSeparator(char c) { return c == '\\' || c == '/'; }
+
+// "\\server\share\...", either separator; not the device forms "\\?\" and "\\.\".
+bool IsUncPath(const char* p, int32_t len) {
+    return len >= 3 && IsSeparator(p[0]) && IsSeparator(p[1]) && p[2] != '?' && p[2] != '.' && !IsSeparator(p[2]);
+}
+
+// "C:\..." or "C:/...", and network paths "\\server\share": the paths a
+// long-path prefix can be put before. "\x" and "x\y" are relative.
+bool IsAbsolutePath(const char* p, int32_t len) {
+    if (len >= 3 && ((p[0] | 0x20) >= 'a' && (p[0] | 0x20) <= 'z') && p[1] == ':' && IsSeparator(p[2])) return true;
+    return IsUncPath(p, len);
+}
+}  // namespace
+
 bool QzUtf16String::ConvertUtf8QzStringToUtf16(const char* utf8, int32_t len, bool asPath, int32_t initialUnits) {
+    return Convert(utf8, len, asPath ? Form::Path : Form::Text, initialUnits);
+}
+
+bool QzUtf16String::ConvertUtf8PreparedPathToUtf16(const char* utf8, int32_t len) {
+    return Convert(utf8, len, Form::PreparedPath, 220);
+}
+
+bool QzUtf16String::Convert(const char* utf8, int32_t len, Form form, int32_t initialUnits) {
     len_ = 0;
     if (buf_) buf_[0] = 0;
     if (!utf8 || len < 0) return false;
-    const bool prefix = asPath && len > 250 && std::strncmp(utf8, "\\\\?\\", 4) != 0;
+    const bool given = form != Form::Text && len >= 4 && std::strncmp(utf8, "\\\\?\\", 4) == 0;
+    const bool prefix = form == Form::Path && !given && len > 250 && IsAbsolutePath(utf8, len);
     // A long network path "\\server\share\..." takes the form "\\?\UNC\server\share\...".
-    const bool unc = prefix && len > 2 && utf8[0] == '\\' && utf8[1] == '\\';
+    const bool unc = prefix && IsUncPath(utf8, len);
     if (unc) {
         utf8 += 2;
         len -= 2;
     }
+    const bool backslashesOnly = given || prefix;
     // Every UTF-8 byte yields at most one UTF-16 unit.
     const int64_t worst = static_cast<int64_t>(len) + (prefix ? 8 : 0) + 1;
     if (worst > INT32_MAX / 2) return false;
@@ -104,7 +130,7 @@ bool QzUtf16String::ConvertUtf8QzStringToUtf16(const char* utf8, int32_t len, bo
             buf_[o++] = static_cast<char16_t>(0xD800 + (cp >> 10));
             buf_[o++] = static_cast<char16_t>(0xDC00 + (cp & 0x3FF));
         } else {
-            buf_[o++] = static_cast<char16_t>(cp);
+            buf_[o++] = cp == '/' && backslashesOnly ? u'\\' : static_cast<char16_t>(cp);
         }
     }
     buf_[o] = 0;

@@ -1,10 +1,13 @@
 // QzOs: the thin operating-system layer. Every other file is shared between the
-// Windows and the POSIX build; only os/win32/QzOs.cpp and os/posix/QzOs.cpp
-// differ, and each only translates these calls.
+// Windows and the POSIX build; only os/win32/ and os/posix/ differ, each with
+// the same files by concern (QzOsFiles, QzOsVolumes, QzOsSystem for process,
+// registry, known folders, clock and locale, QzOsSecurity, QzOsNet), each
+// function only translating one call of this interface.
 //
 // Paths are always in Windows form, UTF-8, e.g. "C:\Users\x\file.txt". The
-// Windows layer converts to UTF-16 at the call (adding "\\?\" to paths longer
-// than 250 bytes); the POSIX layer maps drive letters to directories.
+// Windows layer converts to UTF-16 at the call (adding "\\?\" to absolute
+// paths longer than 250 bytes); the POSIX layer maps drive letters to
+// directories, and a path on no configured drive does not exist.
 // Calls report failures as Win32 error numbers on both builds, so the shared
 // code logs the same lines everywhere.
 #pragma once
@@ -142,7 +145,6 @@ uint32_t GetLogicalDrives();  // bit 0 = A:, bit 25 = Z:
 uint32_t GetDriveType(const char* rootPath);
 uint32_t GetDiskFreeSpace(const char* rootPath, int64_t* freeToCallerRet, int64_t* totalRet);
 struct VolumeInfo {
-    QzString volumeName;
     QzString fileSystemName;
     uint32_t serialNumber = 0;
     uint32_t fileSystemFlags = 0;  // FILE_CASE_SENSITIVE_SEARCH 0x1, FILE_CASE_PRESERVED_NAMES 0x2

@@ -1,14 +1,49 @@
-// Windows side of the volume identity calls: the GUID of the volume's name
-// ("\\?\Volume{GUID}\") and the read-only flag of its file system.
-#include <windows.h>
-
+// Windows side of the volume calls: logical drives, drive types, free space,
+// volume information, and a volume's identity (the GUID of its volume name
+// "\\?\Volume{GUID}\" and the read-only flag of its file system).
 #include <cstring>
 #include <cwchar>
 
-#include "QzOs.h"
-#include "QzUtf16String.h"
+#include "QzOsInternal.h"
 
 namespace QzOs {
+
+using namespace win32;
+
+uint32_t GetLogicalDrives() { return static_cast<uint32_t>(::GetLogicalDrives()); }
+
+uint32_t GetDriveType(const char* rootPath) {
+    QzUtf16String wroot;
+    if (!WidePath(rootPath, &wroot)) return DriveNoRootDir;
+    return static_cast<uint32_t>(::GetDriveTypeW(W(wroot)));
+}
+
+uint32_t GetDiskFreeSpace(const char* rootPath, int64_t* freeToCallerRet, int64_t* totalRet) {
+    QzUtf16String wroot;
+    if (!WidePath(rootPath, &wroot)) return ErrNoUnicodeTranslation;
+    ULARGE_INTEGER freeToCaller;
+    ULARGE_INTEGER total;
+    if (!::GetDiskFreeSpaceExW(W(wroot), &freeToCaller, &total, nullptr)) return LastError();
+    if (freeToCallerRet) *freeToCallerRet = static_cast<int64_t>(freeToCaller.QuadPart);
+    if (totalRet) *totalRet = static_cast<int64_t>(total.QuadPart);
+    return 0;
+}
+
+uint32_t GetVolumeInformation(const char* rootPath, VolumeInfo* infoRet) {
+    QzUtf16String wroot;
+    if (!WidePath(rootPath, &wroot)) return ErrNoUnicodeTranslation;
+    wchar_t fsName[MAX_PATH + 1] = {};
+    DWORD serial = 0;
+    DWORD maxComponent = 0;
+    DWORD flags = 0;
+    if (!::GetVolumeInformationW(W(wroot), nullptr, 0, &serial, &maxComponent, &flags, fsName, MAX_PATH + 1)) {
+        return LastError();
+    }
+    AssignWide(fsName, &infoRet->fileSystemName);
+    infoRet->serialNumber = serial;
+    infoRet->fileSystemFlags = flags;
+    return 0;
+}
 
 uint32_t GetVolumeIdentity(const char* rootPath, VolumeIdentity* idRet) {
     if (!rootPath || !idRet) return ErrInvalidParameter;

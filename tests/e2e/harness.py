@@ -349,6 +349,15 @@ class Machine:
             env.update(extra_env)
         return [self.exe, *args], env, self.root
 
+    def wine_cmd(self, *args):
+        """Runs one of Wine's own programs (reg, ...) in the prefix; returns its output."""
+        check(self.platform == "wine", "wine_cmd needs the Windows build")
+        self.wine.prepare_run()
+        p = subprocess.run([self.wine.loader, *args], env=self.wine.env(), cwd=self.wine.drive_c,
+                           stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
+                           timeout=120, check=False)
+        return _decode(p.stdout)
+
     def _result(self, rc, out, err):
         out, err = _decode(out), _decode(err)
         if self.platform == "wine":

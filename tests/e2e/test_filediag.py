@@ -49,16 +49,32 @@ def test_dirlist_of_a_drive_root(m):
 
 def test_dirlist_errors(m):
     make_tree(m, {"file.txt": "x", "empty": None})
+    # A freshly formatted drive: its root has no "." entry, so the first search
+    # finds nothing; that is an empty listing, not a failed one.
+    m.map_drive("E")
     cases = [
         ("D:\\missing", "Directory does not exist: D:\\missing\n"),
         ("D:\\file.txt", "This is not a directory: D:\\file.txt\n"),
         ("D:\\empty", "Directory contained zero files: D:\\empty\n"),
+        ("E:\\", "Directory contained zero files: E:\\\n"),
         ("Q:\\nodrive", "Directory does not exist: Q:\\nodrive\n"),
+        # Nothing outside the machine's drives exists: not the empty path, and
+        # not the host's own /tmp through a path without a drive letter.
+        ("", "Directory does not exist: \n"),
+        ("\\tmp", "Directory does not exist: \\tmp\n"),
     ]
     for arg, want in cases:
         for switch in ("-dirlist", "-dirlistdetail"):
             r = m.run(switch, arg)
             check_eq((r.rc, r.stdout), (0, want), f"{switch} {arg}")
+
+
+def test_dirlist_never_climbs_above_a_drive_root(m):
+    make_tree(m, {"top.txt": "t"})
+    root = m.run("-dirlist", "D:\\")
+    check(root.stdout.startswith("DirList of 1 items for: D:\\\n"), root.stdout)
+    up = m.run("-dirlist", "D:\\..\\..")
+    check_eq(up.stdout.replace("D:\\..\\..", "D:\\"), root.stdout, "-dirlist D:\\..\\..")
 
 
 def test_dirlist_refuses_a_reparse_point(m):

@@ -37,6 +37,9 @@ def test_startup_lines(m):
     virt, res, ram = (int(mm.group(i)) for i in (2, 3, 4))
     check(ram > 100, f"implausible numMBytesStartHardwareRamMemSize={ram}")
     check(res < ram, f"resident {res} MB exceeds RAM {ram} MB")
+    # Committed private memory, as page-file usage counts it; not the address
+    # space a sanitizer reserves.
+    check(virt < ram, f"virtual {virt} MB exceeds RAM {ram} MB")
     # The time column is GMT and current.
     for l in lines:
         t = datetime.datetime.strptime(l.time, "%Y-%m-%d %H:%M:%S").replace(tzinfo=datetime.timezone.utc)
@@ -127,3 +130,22 @@ def test_no_log_without_the_data_dir(m):
             check_eq(r.rc, 0, f"exit code of {args}")
         check_eq(sorted(m.snapshot() - before), [], f"files created with datadir {install_xml!r} missing")
         check_eq(os.listdir(d), [], "D: should stay empty")
+
+
+def test_empty_common_app_data_answer_takes_the_short_name_rule(m):
+    """Windows build: when the shell answers the common application-data
+    folder with an empty text, the data directory is "C:\\ProgramData" +
+    "\\Korvatine\\qzdata\\" (the rule for fewer than 2 characters), not the
+    failed-call one without "qzdata"."""
+    if m.platform != "wine":
+        return  # the POSIX build has no shell folders to ask
+    key = "HKLM\\Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\User Shell Folders"
+    m.wine_cmd("reg", "add", key, "/v", "Common AppData", "/t", "REG_EXPAND_SZ", "/d", "", "/f")
+    try:
+        m.make_datadir()
+        r = m.run("-version")
+    finally:
+        m.wine_cmd("reg", "add", key, "/v", "Common AppData", "/t", "REG_EXPAND_SZ", "/d", "%ProgramData%", "/f")
+    check_eq(r.rc, 0, "exit code")
+    check(any(l.message == "starting qzfilelist" for l in m.log_lines()), "no log in the qzdata data directory")
+    check(not os.path.exists(m.c("ProgramData\\Korvatine\\qzlogs")), "logged as if the shell call had failed")

@@ -290,6 +290,25 @@ void StringProgram(FuzzedDataProvider& fdp) {
     }
 }
 
+// The text a path converts to: an absolute path ("X:" and a separator, or a
+// network path "\\server") longer than 250 bytes gets "\\?\" ("\\?\UNC\" in
+// place of a network path's leading separators); a relative one never; and a
+// prefixed path, given or made, has every "/" turned into "\".
+std::string ModelPathForm(std::string_view bytes) {
+    auto sep = [](char c) { return c == '\\' || c == '/'; };
+    const bool given = bytes.substr(0, 4) == "\\\\?\\";
+    const bool unc = bytes.size() >= 3 && sep(bytes[0]) && sep(bytes[1]) && bytes[2] != '?' && bytes[2] != '.' &&
+                     !sep(bytes[2]);
+    const bool drive = bytes.size() >= 3 && ((bytes[0] | 0x20) >= 'a' && (bytes[0] | 0x20) <= 'z') &&
+                       bytes[1] == ':' && sep(bytes[2]);
+    std::string out(bytes);
+    if (!given && bytes.size() > 250 && (drive || unc)) out = unc ? "\\\\?\\UNC\\" + out.substr(2) : "\\\\?\\" + out;
+    else if (!given) return out;
+    for (char& c : out)
+        if (c == '/') c = '\\';
+    return out;
+}
+
 void Utf16RoundTrips(std::string_view bytes) {
     const bool valid = ModelValidUtf8(bytes);
     Check(QzUtf8::IsValid(bytes.data(), static_cast<int32_t>(bytes.size())) == valid, "IsValid differs", valid);
@@ -303,8 +322,7 @@ void Utf16RoundTrips(std::string_view bytes) {
         }
         QzString back;
         Check(QzUtf16String::ConvertQzUtf16StringToUtf8(w.Data(), w.Length(), &back), "UTF-16 back to UTF-8 failed");
-        std::string want(bytes);
-        if (asPath && bytes.size() > 250 && bytes.substr(0, 4) != "\\\\?\\") want = "\\\\?\\" + want;
+        const std::string want = asPath ? ModelPathForm(bytes) : std::string(bytes);
         Check(View(back) == want, "UTF-8 -> UTF-16 -> UTF-8 changed the text", back.Length(),
               static_cast<long long>(want.size()));
     }

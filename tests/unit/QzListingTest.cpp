@@ -37,6 +37,50 @@ protected:
 
 }  // namespace
 
+// The directory's length decides the long-path prefix: 251 bytes and more get
+// it, 249 and 250 do not, although their search pattern ("\\*" added) is
+// longer than 250 bytes.
+TEST_F(QzListingTest, LongPathPrefixIsDecidedOnTheDirectory) {
+    const QzString base = QzTest::NewScratchSubdir("longprefix");
+    ASSERT_TRUE(QzTest::WriteFile(QzCat(base, "real\\inside.txt"), "x"));
+    QzFileInfoList list;
+    for (const int32_t len : {249, 250, 251, 300}) {
+        QzString missing = QzCat(base, "gone");
+        while (missing.Length() < len) missing.AppendChar('g');
+        EXPECT_FALSE(QzFile::GetListOfFileInfosInDir(&missing, &list));
+        const QzString pattern = QzCat(len >= 251 ? "\\\\?\\" : "", missing, "\\*");
+        EXPECT_NE(Log().find(QzCat("dirPat=", pattern, ", GetLastError=").c_str()), std::string::npos) << len;
+        EXPECT_EQ(Log().find(QzCat("?\\", missing, "\\*, GetLastError=").c_str()) != std::string::npos, len >= 251)
+            << len;
+
+        // The same length reaching a real directory through "..", which only
+        // an unprefixed path resolves: below 251 bytes the search itself must
+        // not be prefixed either.
+        QzString viaParent = QzCat(base, "real\\");
+        while (viaParent.Length() < len - 3) viaParent.AppendChar('z');
+        viaParent.Append("\\..");
+        ASSERT_EQ(viaParent.Length(), len);
+        if (len < 251) {
+            ASSERT_TRUE(QzFile::GetListOfFileInfosInDir(&viaParent, &list)) << len;
+            ASSERT_EQ(list.Count(), 1) << len;
+            EXPECT_STREQ(list.At(0)->Name(), "inside.txt");
+        }
+    }
+
+    // A long directory named with "/" separators: behind the prefix the
+    // system would take "/" literally, so the listing turns it into "\".
+    QzString deep = QzCat(base, "deep");
+    for (int i = 0; i < 5; ++i) deep.Append(QzCat("\\", i, QzString(std::string(50, 'd').c_str())));
+    ASSERT_TRUE(QzTest::WriteFile(QzCat(deep, "\\leaf.txt"), "x"));
+    QzString slashed(deep);
+    for (int32_t i = base.Length(); i < slashed.Length(); ++i)
+        if (slashed[i] == '\\') slashed.Data()[i] = '/';
+    ASSERT_GE(slashed.Length(), 251);
+    ASSERT_TRUE(QzFile::GetListOfFileInfosInDir(&slashed, &list)) << Log();
+    ASSERT_EQ(list.Count(), 1);
+    EXPECT_STREQ(list.At(0)->Name(), "leaf.txt");
+}
+
 TEST(QzFileInfoList, GrowsInTheDocumentedSteps) {
     EXPECT_EQ(QzFileInfoList::GrownCapacity(0, 0), 5);
     EXPECT_EQ(QzFileInfoList::GrownCapacity(4, 0), 5);

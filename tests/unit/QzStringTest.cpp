@@ -151,6 +151,25 @@ TEST(QzUtf16String, ConvertsBothWaysAndPrefixesLongPaths) {
     // Already prefixed: not prefixed again.
     ASSERT_TRUE(w.ConvertUtf8QzStringToUtf16(QzCat("\\\\?\\", p251)));
     EXPECT_EQ(w.Length(), 255);
+    // Behind the prefix "/" is no separator, so a prefixed path uses "\" only.
+    QzString slashed = QzCat("C:/", QzString(p251.c_str() + 3));
+    slashed.Append("/x/y");
+    ASSERT_TRUE(w.ConvertUtf8QzStringToUtf16(slashed));
+    EXPECT_EQ(std::u16string(w.Data()).find(u'/'), std::u16string::npos);
+    EXPECT_EQ(std::u16string(w.Data()).substr(0, 7), u"\\\\?\\C:\\");
+    // A relative or rooted path cannot take the prefix, however long.
+    for (const QzString& rel : {QzCat("dir\\", p251), QzCat("\\", p251.c_str() + 3)}) {
+        ASSERT_TRUE(w.ConvertUtf8QzStringToUtf16(rel));
+        EXPECT_EQ(w.Length(), rel.Length());
+    }
+    // A search pattern comes prepared: its directory's length decided the prefix.
+    const QzString pattern = QzCat(QzString(p250.c_str(), 249), "\\*");
+    ASSERT_TRUE(w.ConvertUtf8PreparedPathToUtf16(pattern.c_str(), pattern.Length()));
+    EXPECT_EQ(w.Length(), 251);
+    EXPECT_EQ(w.Data()[0], u'C');
+    const QzString prefixedPattern = QzCat("\\\\?\\C:/", p250.c_str() + 3, "/*");
+    ASSERT_TRUE(w.ConvertUtf8PreparedPathToUtf16(prefixedPattern.c_str(), prefixedPattern.Length()));
+    EXPECT_EQ(std::u16string(w.Data()).find(u'/'), std::u16string::npos);
 }
 
 TEST(QzUtf16String, RefusesInvalidEncodings) {

@@ -1,15 +1,15 @@
 #!/usr/bin/env python3
 """Checks that a Windows .exe is ready to ship as one file.
 
-    check_pe_deps.py program.exe [--version 9.1.0.833] [--objdump TOOL]
+    check_pe_deps.py program.exe --version 9.1.0.833 [--objdump TOOL]
 
 Checks, each reported on a line of its own:
   - every imported DLL comes with Windows (no libstdc++-6.dll, libgcc_s_*.dll,
     libwinpthread-1.dll or any other runtime that would have to be shipped);
   - a version resource exists and carries the version both as numbers and as
     the FileVersion/ProductVersion text;
-  - the application manifest is embedded as resource type 24, id 1, and asks
-    for asInvoker, long paths and the UTF-8 code page.
+  - the application manifest is embedded as resource type 24, id 1, names the
+    same version and asks for asInvoker, long paths and the UTF-8 code page.
 Exits 0 when all pass, 1 when any fails, 2 when the tool cannot run.
 """
 
@@ -93,7 +93,7 @@ def section_bytes(dump):
 def main():
     ap = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     ap.add_argument("exe")
-    ap.add_argument("--version", default="9.1.0.833")
+    ap.add_argument("--version", required=True, help="the version the build was made with")
     ap.add_argument("--objdump", default="x86_64-w64-mingw32-objdump")
     opts = ap.parse_args()
 
@@ -140,6 +140,8 @@ def main():
     manifest_end = rsrc.find(b"</assembly>", manifest_start)
     manifest = rsrc[manifest_start:manifest_end].decode("utf-8", "replace") if manifest_start >= 0 else ""
     check(bool(manifest), "manifest XML found in the resources")
+    check(re.search(r'<assemblyIdentity[^>]*\sversion="' + re.escape(opts.version) + '"', manifest) is not None,
+          f"manifest names version {opts.version}")
     check(re.search(r'requestedExecutionLevel\s+level="asInvoker"', manifest) is not None,
           "manifest requests asInvoker")
     check(re.search(r"<longPathAware[^>]*>\s*true\s*</longPathAware>", manifest) is not None,
