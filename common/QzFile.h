@@ -87,7 +87,9 @@ bool AtomicMoveFileWithRetry(const char* source, const char* target);
 
 // ---- XML ----
 // Every element of `tag` in text order: from "<tag" to its "/>" (or to its
-// end tag "</tag>"). An unterminated last element runs to the end of the text.
+// end tag "</tag>"). A malformed element (its start tag not closed, or "<tag>"
+// without "</tag>" before the next "<tag") is logged and left out; the
+// elements around it are kept.
 bool GetAllXmlSnippetsWithTagNameInXmlText(const char* text, int32_t len, const char* tag,
                                            std::vector<QzString>* snippetsRet);
 bool GetAllXmlSnippetsWithTagNameInXmlFile(const char* fileName, const char* tag, std::vector<QzString>* snippetsRet);
@@ -99,6 +101,10 @@ inline bool GetUniqueStrAttrFromXmlSnippet(const QzString& snippet, const char* 
 }
 // Reads one attribute from anywhere in a file.
 bool GetUniqueStrAttrFromXmlFile(const char* fileName, const char* name, QzString* valueRet);
+// Copies the text without its comments ("<!--" to the next "-->"). On a
+// comment without its end the text from that comment on is dropped, its
+// offset goes to *unterminatedAtRet (may be null) and false is returned.
+bool RemoveXmlComments(const QzString& in, QzString* out, int32_t* unterminatedAtRet);
 
 // ---- volumes and their marker folder ----
 // Fills the record for one mount point; true when the volume can be used.

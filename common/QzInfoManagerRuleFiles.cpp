@@ -164,25 +164,6 @@ void SetSleepForTesting(void (*sleep)(uint32_t millis)) {
     g_sleep = sleep;
 }
 
-bool RemoveXmlComments(const QzString& in, QzString* out, int32_t* unterminatedAtRet) {
-    out->Clear();
-    int32_t pos = 0;
-    for (;;) {
-        const int32_t start = in.Find("<!--", pos);
-        if (start < 0) {
-            out->Append(in.c_str() + pos, in.Length() - pos);
-            return true;
-        }
-        out->Append(in.c_str() + pos, start - pos);
-        const int32_t end = in.Find("-->", start + 4);
-        if (end < 0) {
-            if (unterminatedAtRet) *unterminatedAtRet = start;
-            return false;
-        }
-        pos = end + 3;
-    }
-}
-
 bool MakeSureRuleFilesExist(const QzString& dataDir, bool* editableChangedRet) {
     if (editableChangedRet) *editableChangedRet = false;
     bool allThere = true;

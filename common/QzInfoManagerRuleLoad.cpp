@@ -122,7 +122,7 @@ void AppendFolderRules(const QzString& path, const QzString& text, QzString& xml
 // directory test; only the prefix and the platform matter there.
 void CollectWinPrefixes(const QzString& ruleText, std::vector<QzString>* prefixes) {
     QzString text;
-    RemoveXmlComments(ruleText, &text, nullptr);
+    QzFile::RemoveXmlComments(ruleText, &text, nullptr);
     std::vector<QzString> rules;
     QzFile::GetAllXmlSnippetsWithTagNameInXmlText(text.c_str(), text.Length(), "excludefname_rule", &rules);
     for (const QzString& rule : rules) {

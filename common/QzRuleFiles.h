@@ -42,10 +42,6 @@ private:
     std::vector<QzString> rulePrefixes_;  // prefixes of the Windows rules, mandatory then editable
 };
 
-// Removes every "<!--" ... "-->". On an unterminated comment the text from it
-// on is dropped, its offset goes to *unterminatedAtRet and false is returned.
-bool RemoveXmlComments(const QzString& in, QzString* out, int32_t* unterminatedAtRet);
-
 // Forgets the rate limiting of the empty "excludefiletypes" warning of the
 // files-to-watch reader, as in a new process.
 void ResetFilesToWatchWarningForTesting();

@@ -7,7 +7,6 @@
 
 #include "QzFile.h"
 #include "QzLog.h"
-#include "QzRuleFiles.h"
 #include "QzRuleIndex.h"
 
 namespace {
@@ -68,7 +67,7 @@ QzString OneLine(const QzString& text) {
 // follows its start, and that text is dropped.
 void StripComments(const QzString& in, QzString* out) {
     int32_t at = 0;
-    if (QzRuleFiles::RemoveXmlComments(in, out, &at)) return;
+    if (QzFile::RemoveXmlComments(in, out, &at)) return;
     const int32_t shown =
         in.Length() - at < kMaxLoggedCommentStart ? in.Length() - at : kMaxLoggedCommentStart;
     Log(QzCat("ERROR: QzInfoManager::ParseExcludeFileNameRules_AddToArray -",
