@@ -46,7 +46,7 @@ const Row kMandatoryWin[] = {
     Win("*", "*", "*", "*", "*", "hiberfil.sys", "sys"),  // 28
     Group("often 4 GBytes or more"),
     Win("*", "*", "*", "*", "*", "swapfile.sys", "sys"),  // 29
-    Group(R"(This block is for "Microsoft\Search\Data" files, part of Windows Desktop Search)"),
+    Group(R"(This block is for `Microsoft\Search\Data" files, part of Windows Desktop Search)"),
     Win("*", R"(:\ProgramData\)", R"(:\ProgramData\Microsoft\Search\Data\)", "*", "*", "*", "*"),  // 30
     Win("xp", R"(:\Documents and Settings\All Users\)", R"(\Microsoft\Search\Data\)", "*", "*", "*", "*"),  // 31
     Group(R"(This block is for Microsoft explorer cruft ending in "db".  All of these are recreated automatically so should not be backed up.)"),
