@@ -15,11 +15,10 @@
 // copy of each path and one substring search in it, on the same paths in the
 // same run, and fails when the ratio or the heap of the 8,000 rules exceeds
 // its limit. A slower matcher fails it on any machine, without a timed test.
-#include <stdlib.h>
-#include <unistd.h>
-
 #include <malloc.h>
+#include <stdlib.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -302,10 +301,11 @@ long long HeapBytes() {
 
 // A made-up program or vendor name, different for each i.
 std::string Name(int i) {
-    static const char* const kParts[] = {"ab", "cor", "del", "fin", "gra", "hex", "ion", "jet",
+    static const char* const kParts[] = {"ab",  "cor", "del", "fin", "gra", "hex", "ion", "jet",
                                          "kra", "lum", "mo",  "nov", "pix", "qua", "ro",  "syn"};
     std::string name;
-    for (unsigned v = static_cast<unsigned>(i) * 2654435761u, k = 0; k < 3; ++k, v /= 16) name += kParts[v % 16];
+    for (unsigned v = static_cast<unsigned>(i) * 2654435761u, k = 0; k < 3; ++k, v /= 16)
+        name += kParts[v % 16];
     return name + std::to_string(i);
 }
 
@@ -327,7 +327,8 @@ QzString ManyRules() {
     for (int i = 0; i < 2000; ++i) rule("*", "*", "*", "t" + std::to_string(i));
     for (int i = 0; i < 2000; ++i) rule("*", "\\" + Name(i) + "\\", "*", "*");
     for (int i = 0; i < 1000; ++i) rule(":\\Users\\", "*", "*", "u" + std::to_string(i));
-    for (int i = 0; i < 1000; ++i) rule(":\\Users\\", "\\appdata\\roaming\\" + Name(i + 2000) + "\\", "*", "*");
+    for (int i = 0; i < 1000; ++i)
+        rule(":\\Users\\", "\\appdata\\roaming\\" + Name(i + 2000) + "\\", "*", "*");
     for (int i = 0; i < 2000; ++i) rule(":\\Archive\\" + std::to_string(i) + "\\", "*", "*", "*");
     xml.Append("</qzexclusions>\n");
     return xml;
@@ -432,10 +433,13 @@ int main(int argc, char** argv) {
         const auto some = static_cast<std::ptrdiff_t>(std::min<size_t>(paths.size(), 2000));
         Measure(tree, std::vector<QzString>(paths.begin(), paths.begin() + some), 1);
         const double manyNs = TreeNsPerPath(tree, paths, reps);
-        std::printf("default rules: %.1f ns/path, floor (lower-case copy + one search) %.1f ns/path, ratio %.2f (limit %.1f)\n",
-                    treeNs, floorNs, treeNs / floorNs, kMaxRatio);
-        std::printf("8,000 more rules: %.1f MiB of heap (limit 64), parse %.1f ms, index %.1f ms, %.1f ns/path\n",
-                    static_cast<double>(many.heapBytes) / 1048576.0, many.parseMs, many.indexMs, manyNs);
+        std::printf(
+            "default rules: %.1f ns/path, floor (lower-case copy + one search) %.1f ns/path, ratio %.2f "
+            "(limit %.1f)\n",
+            treeNs, floorNs, treeNs / floorNs, kMaxRatio);
+        std::printf(
+            "8,000 more rules: %.1f MiB of heap (limit 64), parse %.1f ms, index %.1f ms, %.1f ns/path\n",
+            static_cast<double>(many.heapBytes) / 1048576.0, many.parseMs, many.indexMs, manyNs);
         bool ok = true;
         if (treeNs / floorNs > kMaxRatio) {
             std::fprintf(stderr, "FAILED: the matcher takes %.2f times the floor\n", treeNs / floorNs);

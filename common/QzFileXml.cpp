@@ -21,8 +21,8 @@ void LogMalformedElement(const char* tag, const char* start, const char* startTa
     QzString shown(start, n);
     for (int32_t i = 0; i < shown.Length(); ++i)
         if (shown[i] == '\n' || shown[i] == '\r') shown.Data()[i] = ' ';  // one event per log line
-    QzLog::WriteLine(QzCat("ERROR: QzFile::GetAllXmlSnippetsWithTagNameInXmlText - skipping a malformed <", tag,
-                           "> element, closed neither by \"/>\" nor by its end tag: ", shown));
+    QzLog::WriteLine(QzCat("ERROR: QzFile::GetAllXmlSnippetsWithTagNameInXmlText - skipping a malformed <",
+                           tag, "> element, closed neither by \"/>\" nor by its end tag: ", shown));
 }
 
 const char* FindBytes(const char* from, const char* end, const char* needle, size_t nlen) {

@@ -80,7 +80,6 @@ bool FileSetDefsFromFile(const QzString& path, std::vector<QzFileSetDef>* defs) 
     return FileSetDefsFromText(path, text, defs);
 }
 
-
 void WarnEmptyExcludeFileTypes(const QzString& path) {
     if (!g_emptyTypesWarning) {
         Log("Initializing warningSuppressionTimerRecord.");

@@ -74,9 +74,10 @@ void AppendExtensionRules(const QzString& path, const QzString& text, QzString& 
             AppendSettingsRule(xml, "*", ext.c_str());
         } else if (ext.Length() > 0) {
             // A "*" would make a rule that excludes every file on every drive.
-            Log(QzCat("ERROR: QzInfoManager::ParseQzInfo_MakeIntoExcludeFileNameRulesXml skipping excludefiletypes "
-                      "entry that is no file extension: \"",
-                      entry, "\" in qzinfo file:", path));
+            Log(QzCat(
+                "ERROR: QzInfoManager::ParseQzInfo_MakeIntoExcludeFileNameRulesXml skipping excludefiletypes "
+                "entry that is no file extension: \"",
+                entry, "\" in qzinfo file:", path));
         }
         if (comma < 0) break;
         from = comma + 1;

@@ -176,17 +176,19 @@ bool QzRuleTree::InsertRuleWithSameSkipFirstCharThenStartsWith(QzExcludeRuleNode
         ruleKey = RuleKey(groupHead, rule);
         chainKey = ChainKey(groupHead, rule.extension);
     } catch (...) {
-        Log(QzCat("ERROR - QzInfoManager::InsertRuleWithSameSkipFirstCharThenStartsWith - malloc of tiny "
+        Log(
+            QzCat("ERROR - QzInfoManager::InsertRuleWithSameSkipFirstCharThenStartsWith - malloc of tiny "
                   "amount of memory_Z_11 failed. skipFirstCharPat=",
                   Shown(rule.prefix)));
         return false;
     }
     if (ruleKeys_.count(ruleKey)) {
-        Log(QzCat(
-            "INTERESTING (sometimes happens) - QzInfoManager::ParseExcludeFileNameRules -duplicate XML "
-            "rule_1 skipFirstChar=",
-            Shown(groupHead->fields.prefix), ", fileExt=", Shown(rule.extension), ", contains_1=",
-            Shown(rule.contains1), ", contains_2=", Shown(rule.contains2), ", endsWith=", Shown(rule.endsWith)));
+        Log(
+            QzCat("INTERESTING (sometimes happens) - QzInfoManager::ParseExcludeFileNameRules -duplicate XML "
+                  "rule_1 skipFirstChar=",
+                  Shown(groupHead->fields.prefix), ", fileExt=", Shown(rule.extension),
+                  ", contains_1=", Shown(rule.contains1), ", contains_2=", Shown(rule.contains2),
+                  ", endsWith=", Shown(rule.endsWith)));
         ++numDuplicates_;
         return false;
     }
@@ -201,7 +203,8 @@ bool QzRuleTree::InsertRuleWithSameSkipFirstCharThenStartsWith(QzExcludeRuleNode
     } catch (...) {
         if (added != ruleKeys_.end()) ruleKeys_.erase(added);
         delete node;
-        Log(QzCat("ERROR - QzInfoManager::InsertRuleWithSameSkipFirstCharThenStartsWith - malloc of tiny "
+        Log(
+            QzCat("ERROR - QzInfoManager::InsertRuleWithSameSkipFirstCharThenStartsWith - malloc of tiny "
                   "amount of memory_Z_22 failed. skipFirstCharPat=",
                   Shown(groupHead->fields.prefix)));
         return false;

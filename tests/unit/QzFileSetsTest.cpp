@@ -87,8 +87,8 @@ TEST_F(QzFileSetsTest, AFileCountsInEveryCategoryWhoseSetHoldsItsExtension) {
     EXPECT_EQ(h.CategoriesOf("docx"), (1u << 0) | (1u << 5));  // docs and music
     EXPECT_EQ(h.CategoriesOf("pdf"), (1u << 0) | (1u << 9));   // " .PDF " read as the reader reads lists
     EXPECT_EQ(h.CategoriesOf("jpg"), 1u << 4);
-    EXPECT_EQ(h.CategoriesOf("zzz"), 0u);  // "other" is no statistics category
-    EXPECT_EQ(h.CategoriesOf("DOC"), 0u);  // callers look up the lower-case extension
+    EXPECT_EQ(h.CategoriesOf("zzz"), 0u);   // "other" is no statistics category
+    EXPECT_EQ(h.CategoriesOf("DOC"), 0u);   // callers look up the lower-case extension
     EXPECT_EQ(h.extensions[0].size(), 3u);  // "*" and "a/b" are no extensions
 }
 

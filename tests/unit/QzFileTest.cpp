@@ -109,7 +109,8 @@ TEST(QzFileXml, CutsElementsByTagInFileOrder) {
     // A malformed element costs itself alone: one closed by ">" without its end tag, one
     // whose start tag never closes, and the truncated last one are left out.
     const char* bad = "<a x=\"1\">\n<a y=\"2\" />\n<a z=\"3\"\n<a w=\"4\"/><a v=\"5";
-    ASSERT_TRUE(QzFile::GetAllXmlSnippetsWithTagNameInXmlText(bad, static_cast<int32_t>(std::strlen(bad)), "a", &s));
+    ASSERT_TRUE(
+        QzFile::GetAllXmlSnippetsWithTagNameInXmlText(bad, static_cast<int32_t>(std::strlen(bad)), "a", &s));
     EXPECT_EQ(Strings(s), (std::vector<std::string>{"<a y=\"2\" />", "<a w=\"4\"/>"}));
 }
 

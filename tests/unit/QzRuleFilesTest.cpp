@@ -253,9 +253,10 @@ TEST_F(QzRuleFilesTest, AMalformedRuleCostsOnlyItself) {
     text.replace(first, close + 3 - first, broken);
     Write(Editable(), text);
     ASSERT_TRUE(QzRuleFiles::LoadAllRules(dir_, &tree));
-    EXPECT_TRUE(log_.Has("ERROR: QzFile::GetAllXmlSnippetsWithTagNameInXmlText - skipping a malformed "
-                         "<excludefname_rule> element, closed neither by \"/>\" nor by its end tag: " +
-                         broken));
+    EXPECT_TRUE(
+        log_.Has("ERROR: QzFile::GetAllXmlSnippetsWithTagNameInXmlText - skipping a malformed "
+                 "<excludefname_rule> element, closed neither by \"/>\" nor by its end tag: " +
+                 broken));
     EXPECT_FALSE(tree.UserWantsThisFileBackedUpEx("C:\\Users\\Bob\\NTUSER.DAT", 1, 1));
     EXPECT_FALSE(tree.UserWantsThisFileBackedUpEx("C:\\Users\\Bob\\AppData\\Local\\Temp\\x.log", 1, 1));
     EXPECT_FALSE(tree.UserWantsThisFileBackedUpEx("C:\\Pictures\\desktop.ini", 1, 1));

@@ -98,7 +98,8 @@ Parsed Parse(const std::string& text, const char* ruleIsOptional, bool hasHeader
             ++p.macRules;
             continue;
         }
-        const bool opensMacGroup = items[k].rfind("comment\t", 0) == 0 && k + 1 < items.size() && isMac[k + 1];
+        const bool opensMacGroup =
+            items[k].rfind("comment\t", 0) == 0 && k + 1 < items.size() && isMac[k + 1];
         if (!opensMacGroup) p.items.push_back(items[k]);
     }
     return p;
@@ -137,7 +138,8 @@ TEST(QzRuleTextsTest, EveryWindowsRuleGroupCommentAndHeaderLineIsAsTheTableSays)
 
 TEST(QzRuleTextsTest, RegistryTextIsTheEditableRegistryGroup) {
     const std::string group =
-        "comment\tThis block is to exclude the Windows registry file which is 8 GBytes and changes every second "
+        "comment\tThis block is to exclude the Windows registry file which is 8 GBytes and changes every "
+        "second "
         "of every day and is part of \"programs\" that can be reinstalled";
     auto golden = GoldenSections();
     const std::vector<std::string>& editable = golden["editable"];

@@ -45,8 +45,19 @@ TEST_F(QzSettingsTest, NumbersAreClampedAsTheClientExpects) {
     const struct {
         const char* value;
         uint32_t days;
-    } days[] = {{"30", 7}, {"-1", 7}, {"3", 3},  {" 3", 3},  {"\t5 ", 5},   {"0", 0}, {"7", 7},
-                {"8", 7},  {"abc", 7}, {"", 7}, {"3x", 7}, {"- 3", 7}, {"99999999999999999999", 7}};
+    } days[] = {{"30", 7},
+                {"-1", 7},
+                {"3", 3},
+                {" 3", 3},
+                {"\t5 ", 5},
+                {"0", 0},
+                {"7", 7},
+                {"8", 7},
+                {"abc", 7},
+                {"", 7},
+                {"3x", 7},
+                {"- 3", 7},
+                {"99999999999999999999", 7}};
     for (const auto& c : days)
         EXPECT_EQ(
             ReadWith(std::string("numdays_warn_if_no_backup=\"") + c.value + "\"").numDaysWarnIfNoBackup,
@@ -109,9 +120,10 @@ TEST_F(QzSettingsTest, AMalformedVolumeEntryCostsOnlyItself) {
     ASSERT_EQ(sel.size(), 2u);
     EXPECT_STREQ(sel[0].mountPointPath.c_str(), "D:\\");
     EXPECT_STREQ(sel[1].mountPointPath.c_str(), "E:\\");
-    EXPECT_TRUE(Logged("ERROR: QzFile::GetAllXmlSnippetsWithTagNameInXmlText - skipping a malformed <qzvolume> "
-                       "element, closed neither by \"/>\" nor by its end tag: <qzvolume qzVolumeGuid=\"" +
-                       std::string(kGuid) + "\" mountPointPath=\"C:\\\">"));
+    EXPECT_TRUE(
+        Logged("ERROR: QzFile::GetAllXmlSnippetsWithTagNameInXmlText - skipping a malformed <qzvolume> "
+               "element, closed neither by \"/>\" nor by its end tag: <qzvolume qzVolumeGuid=\"" +
+               std::string(kGuid) + "\" mountPointPath=\"C:\\\">"));
 }
 
 TEST_F(QzSettingsTest, VolumeEntriesAreCheckedAndDuplicatesDropped) {
