@@ -1,11 +1,23 @@
 // Times the exclusion decision over a generated corpus of Windows paths:
 //   bench_rules [paths (default 1000000)] [repetitions (default 5)]
+//   bench_rules --check [paths (default 200000)]
 // The default rules are loaded the way a scan loads them (rule files written
 // into a scratch data directory, merge blocks applied, rules made from a
 // sample "qzinfo.xml"), then 2,000 synthetic rules are added. Each time, the
 // rule tree is measured next to a naive matcher that tests every rule in
-// turn, and both must give the same rule for every path.
+// turn, and both must give the same rule for every path. Last, 8,000 rules of
+// the shapes users and their settings produce are added to the default set,
+// and the heap they cost and the time to parse them and build the index are
+// reported.
+//
+// --check is the form the test command runs: instead of absolute times it
+// compares the matcher with a floor that any matcher must pay, a lower-case
+// copy of each path and one substring search in it, on the same paths in the
+// same run, and fails when the ratio or the heap of the 8,000 rules exceeds
+// its limit. A slower matcher fails it on any machine, without a timed test.
+#include <malloc.h>
 #include <stdlib.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -215,7 +227,20 @@ QzString SyntheticRules() {
     return xml;
 }
 
-double Seconds(std::chrono::steady_clock::duration d) {
+// The processor time this thread has used: the machine may be shared, and
+// time spent waiting for a processor must not count.
+struct CpuClock {
+    using duration = std::chrono::nanoseconds;
+    using rep = duration::rep;
+    using period = duration::period;
+    using time_point = std::chrono::time_point<CpuClock>;
+    static time_point now() {
+        timespec ts{};
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+        return time_point(duration(int64_t{ts.tv_sec} * 1000000000 + ts.tv_nsec));
+    }
+};
+double Seconds(CpuClock::duration d) {
     return std::chrono::duration<double>(d).count();
 }
 
@@ -237,16 +262,16 @@ Timing Measure(QzRuleTree& tree, const std::vector<QzString>& paths, int reps) {
         const size_t end = std::min(paths.size(), begin + kChunk);
         double bestTree = 1e9, bestNaive = 1e9;
         for (int r = 0; r < reps; ++r) {
-            auto t0 = std::chrono::steady_clock::now();
+            auto t0 = CpuClock::now();
             for (size_t i = begin; i < end; ++i) {
                 tree.UserWantsThisFileBackedUpEx(paths[i], 1000, 4000LL << 20);
                 treeHits[i] = tree.LastExcludingRule();
             }
-            bestTree = std::min(bestTree, Seconds(std::chrono::steady_clock::now() - t0));
+            bestTree = std::min(bestTree, Seconds(CpuClock::now() - t0));
             size_t wrong = 0;
-            t0 = std::chrono::steady_clock::now();
+            t0 = CpuClock::now();
             for (size_t i = begin; i < end; ++i) wrong += naive.Find(paths[i]) != treeHits[i];
-            bestNaive = std::min(bestNaive, Seconds(std::chrono::steady_clock::now() - t0));
+            bestNaive = std::min(bestNaive, Seconds(CpuClock::now() - t0));
             if (r == 0) mismatches += wrong;
         }
         treeTotal += bestTree;
@@ -268,6 +293,99 @@ void Report(const char* what, const Timing& t) {
                 t.naiveNs, t.naiveNs / t.treeNs);
 }
 
+// Bytes in use on the heap (malloc, realloc and new alike).
+long long HeapBytes() {
+    const struct mallinfo2 mi = mallinfo2();
+    return static_cast<long long>(mi.uordblks + mi.hblkhd);
+}
+
+// A made-up program or vendor name, different for each i.
+std::string Name(int i) {
+    static const char* const kParts[] = {"ab",  "cor", "del", "fin", "gra", "hex", "ion", "jet",
+                                         "kra", "lum", "mo",  "nov", "pix", "qua", "ro",  "syn"};
+    std::string name;
+    for (unsigned v = static_cast<unsigned>(i) * 2654435761u, k = 0; k < 3; ++k, v /= 16)
+        name += kParts[v % 16];
+    return name + std::to_string(i);
+}
+
+// 8,000 rules of the shapes that stress the index: many extensions and many
+// "any extension" rules in the same group (the settings' excluded file types
+// next to folder and file-name rules), folders of one prefix group with many
+// extensions of their own, and many prefix groups.
+QzString ManyRules() {
+    QzString xml("<qzexclusions>\n");
+    auto rule = [&xml](const std::string& prefix, const std::string& c1, const std::string& ends,
+                       const std::string& ext) {
+        xml.Append(("<excludefname_rule plat=\"win\" osVers=\"*\"  ruleIsOptional=\"t\" "
+                    "skipFirstCharThenStartsWith=\"" +
+                    prefix + "\" contains_1=\"" + c1 +
+                    "\" contains_2=\"*\" doesNotContain=\"*\" endsWith=\"" + ends + "\" hasFileExtension=\"" +
+                    ext + "\" />\n")
+                       .c_str());
+    };
+    for (int i = 0; i < 2000; ++i) rule("*", "*", "*", "t" + std::to_string(i));
+    for (int i = 0; i < 2000; ++i) rule("*", "\\" + Name(i) + "\\", "*", "*");
+    for (int i = 0; i < 1000; ++i) rule(":\\Users\\", "*", "*", "u" + std::to_string(i));
+    for (int i = 0; i < 1000; ++i)
+        rule(":\\Users\\", "\\appdata\\roaming\\" + Name(i + 2000) + "\\", "*", "*");
+    for (int i = 0; i < 2000; ++i) rule(":\\Archive\\" + std::to_string(i) + "\\", "*", "*", "*");
+    xml.Append("</qzexclusions>\n");
+    return xml;
+}
+
+struct ManyRulesCost {
+    double parseMs, indexMs;
+    long long heapBytes;
+};
+
+// What the 8,000 rules cost on top of the default set: heap, and the time to
+// parse them and to build the index (on the first decision).
+ManyRulesCost AddManyRules(QzRuleTree& tree) {
+    const QzString many = ManyRules();
+    const QzString probe("C:\\Users\\Bob\\Documents\\report.docx");
+    tree.UserWantsThisFileBackedUpEx(probe, 1, 1);  // the default set's index is built
+    const long long before = HeapBytes();
+    auto t0 = CpuClock::now();
+    if (!tree.ParseExcludeFileNameRules(&many, "many_rules")) std::exit(1);
+    auto t1 = CpuClock::now();
+    tree.UserWantsThisFileBackedUpEx(probe, 1, 1);
+    auto t2 = CpuClock::now();
+    return {Seconds(t1 - t0) * 1e3, Seconds(t2 - t1) * 1e3, HeapBytes() - before};
+}
+
+// The floor: a lower-case copy of each path and one substring search in it.
+double FloorNsPerPath(const std::vector<QzString>& paths, int reps) {
+    std::string lower;
+    size_t found = 0;
+    double best = 1e9;
+    for (int r = 0; r < reps; ++r) {
+        const auto t0 = CpuClock::now();
+        for (const QzString& path : paths) {
+            lower.assign(path.c_str(), static_cast<size_t>(path.Length()));
+            for (char& c : lower)
+                if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
+            found += lower.find("\\appdata\\") != std::string::npos;
+        }
+        best = std::min(best, Seconds(CpuClock::now() - t0));
+    }
+    if (found == 0) std::printf("(no path has the floor's substring)\n");
+    return best * 1e9 / static_cast<double>(paths.size());
+}
+
+// The matcher alone over the same paths, best of `reps`.
+double TreeNsPerPath(QzRuleTree& tree, const std::vector<QzString>& paths, int reps) {
+    double best = 1e9;
+    size_t kept = 0;
+    for (int r = 0; r < reps; ++r) {
+        const auto t0 = CpuClock::now();
+        for (const QzString& path : paths) kept += tree.UserWantsThisFileBackedUpEx(path, 1000, 4000LL << 20);
+        best = std::min(best, Seconds(CpuClock::now() - t0));
+    }
+    if (kept == 0) std::printf("(every path excluded)\n");
+    return best * 1e9 / static_cast<double>(paths.size());
+}
+
 std::string g_scratch;
 void RemoveScratch() {
     std::error_code ec;
@@ -277,7 +395,12 @@ void RemoveScratch() {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const size_t count = argc > 1 ? std::strtoull(argv[1], nullptr, 10) : 1000000;
+    const bool check = argc > 1 && std::strcmp(argv[1], "--check") == 0;
+    if (check) {
+        --argc;
+        ++argv;
+    }
+    const size_t count = argc > 1 ? std::strtoull(argv[1], nullptr, 10) : check ? 200000 : 1000000;
     const int reps = argc > 2 ? std::atoi(argv[2]) : 5;
 
     char tmpl[] = "/tmp/qzbenchrules-XXXXXX";
@@ -297,14 +420,55 @@ int main(int argc, char** argv) {
         return 1;
     }
     const std::vector<QzString> paths = MakeCorpus(count);
+
+    if (check) {
+        // Limits with room for machines that favour one side: the matcher
+        // runs in about 2.2 times the floor today.
+        constexpr double kMaxRatio = 4.0;
+        constexpr long long kMaxManyRulesBytes = 64LL << 20;
+        Measure(tree, paths, 1);  // the same answers as the naive matcher
+        const double floorNs = FloorNsPerPath(paths, reps);
+        const double treeNs = TreeNsPerPath(tree, paths, reps);
+        const ManyRulesCost many = AddManyRules(tree);
+        const auto some = static_cast<std::ptrdiff_t>(std::min<size_t>(paths.size(), 2000));
+        Measure(tree, std::vector<QzString>(paths.begin(), paths.begin() + some), 1);
+        const double manyNs = TreeNsPerPath(tree, paths, reps);
+        std::printf(
+            "default rules: %.1f ns/path, floor (lower-case copy + one search) %.1f ns/path, ratio %.2f "
+            "(limit %.1f)\n",
+            treeNs, floorNs, treeNs / floorNs, kMaxRatio);
+        std::printf(
+            "8,000 more rules: %.1f MiB of heap (limit 64), parse %.1f ms, index %.1f ms, %.1f ns/path\n",
+            static_cast<double>(many.heapBytes) / 1048576.0, many.parseMs, many.indexMs, manyNs);
+        bool ok = true;
+        if (treeNs / floorNs > kMaxRatio) {
+            std::fprintf(stderr, "FAILED: the matcher takes %.2f times the floor\n", treeNs / floorNs);
+            ok = false;
+        }
+        if (many.heapBytes > kMaxManyRulesBytes) {
+            std::fprintf(stderr, "FAILED: 8,000 rules cost more than 64 MiB\n");
+            ok = false;
+        }
+        return ok ? 0 : 1;
+    }
+
     std::printf("exclusion decision, %zu generated paths, best of %d turns per chunk of 20,000\n",
                 paths.size(), reps);
     const Timing defaults = Measure(tree, paths, reps);
     Report("default rules:", defaults);
+    std::printf("  %-28s %7.1f ns/path\n", "floor (lower + 1 search):", FloorNsPerPath(paths, reps));
 
     const QzString synthetic = SyntheticRules();
     if (!tree.ParseExcludeFileNameRules(&synthetic, "synthetic_rules")) return 1;
     const Timing extra = Measure(tree, paths, reps);
     Report("with 2,000 synthetic rules:", extra);
+
+    QzRuleTree big;
+    if (!QzRuleFiles::LoadAllRules("C:\\qzdata\\", &big)) return 1;
+    const ManyRulesCost many = AddManyRules(big);
+    std::printf("8,000 more rules on the default set: heap %.1f MiB, parse %.1f ms, index build %.1f ms\n",
+                static_cast<double>(many.heapBytes) / 1048576.0, many.parseMs, many.indexMs);
+    const Timing manyTiming = Measure(big, paths, reps);
+    Report("with 8,000 more rules:", manyTiming);
     return 0;
 }

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "QzFile.h"
+#include "QzLog.h"
 #include "QzUtil.h"
 
 namespace QzFile {
@@ -14,6 +15,18 @@ namespace {
 bool IsNameChar(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '-' ||
            c == ':' || c == '.';
+}
+
+// A malformed element loses itself only; the log names it by its start tag.
+void LogMalformedElement(const char* tag, const char* start, const char* startTagEnd) {
+    constexpr int32_t kMaxShown = 300;
+    int32_t n = static_cast<int32_t>(startTagEnd - start);
+    if (n > kMaxShown) n = kMaxShown;
+    QzString shown(start, n);
+    for (int32_t i = 0; i < shown.Length(); ++i)
+        if (shown[i] == '\n' || shown[i] == '\r') shown.Data()[i] = ' ';  // one event per log line
+    QzLog::WriteLine(QzCat("ERROR: QzFile::GetAllXmlSnippetsWithTagNameInXmlText - skipping a malformed <",
+                           tag, "> element, closed neither by \"/>\" nor by its end tag: ", shown));
 }
 
 const char* FindBytes(const char* from, const char* end, const char* needle, size_t nlen) {
@@ -38,26 +51,38 @@ bool GetAllXmlSnippetsWithTagNameInXmlText(const char* text, int32_t len, const 
     QzString open = QzCat("<", tag);
     QzString close = QzCat("</", tag, ">");
     const char* end = text + len;
-    const char* p = text;
-    while ((p = FindBytes(p, end, open.c_str(), static_cast<size_t>(open.Length()))) != nullptr) {
-        const char* after = p + 1 + tagLen;
-        // "<qzvolume" must not match "<qzvolumes".
-        if (after < end && IsNameChar(*after)) {
+    // The next "<tag" at or after `from` that is not the start of a longer name.
+    auto nextStart = [&](const char* from) -> const char* {
+        const char* p = from;
+        while ((p = FindBytes(p, end, open.c_str(), static_cast<size_t>(open.Length()))) != nullptr) {
+            const char* after = p + 1 + tagLen;
+            if (after >= end || !IsNameChar(*after)) return p;  // "<qzvolume" must not match "<qzvolumes"
             p = after;
-            continue;
         }
-        const char* gt = static_cast<const char*>(std::memchr(after, '>', static_cast<size_t>(end - after)));
-        const char* stop;
-        if (!gt) {
-            stop = end;
-        } else if (gt[-1] == '/') {
+        return nullptr;
+    };
+    for (const char* p = nextStart(text); p;) {
+        const char* after = p + 1 + tagLen;
+        const char* following = nextStart(after);
+        const char* limit = following ? following : end;
+        // The start tag ends at the first ">"; a "<" before it means it was never closed.
+        const auto span = static_cast<size_t>(limit - after);
+        const char* gt = static_cast<const char*>(std::memchr(after, '>', span));
+        const char* lt = static_cast<const char*>(std::memchr(after, '<', span));
+        const bool startTagClosed = gt && (!lt || gt < lt);
+        const char* stop = nullptr;
+        if (startTagClosed && gt[-1] == '/') {
             stop = gt + 1;
-        } else {
-            const char* c = FindBytes(gt + 1, end, close.c_str(), static_cast<size_t>(close.Length()));
-            stop = c ? c + close.Length() : end;
+        } else if (startTagClosed) {
+            // Content up to the end tag, which must come before the next element of the tag.
+            const char* c = FindBytes(gt + 1, limit, close.c_str(), static_cast<size_t>(close.Length()));
+            if (c) stop = c + close.Length();
         }
-        snippetsRet->emplace_back(p, static_cast<int32_t>(stop - p));
-        p = stop;
+        if (stop)
+            snippetsRet->emplace_back(p, static_cast<int32_t>(stop - p));
+        else
+            LogMalformedElement(tag, p, startTagClosed ? gt + 1 : (lt ? lt : limit));
+        p = following;
     }
     return !snippetsRet->empty();
 }

@@ -12,7 +12,9 @@
 namespace QzFile {
 
 // Every element of `tag` in text order: from "<tag" to its "/>" (or to its
-// end tag "</tag>"). An unterminated last element runs to the end of the text.
+// end tag "</tag>"). A malformed element (its start tag not closed, or "<tag>"
+// without "</tag>" before the next "<tag") is logged and left out; the
+// elements around it are kept.
 bool GetAllXmlSnippetsWithTagNameInXmlText(const char* text, int32_t len, const char* tag,
                                            std::vector<QzString>* snippetsRet);
 // The same with the offset of each element in the text.

@@ -30,7 +30,7 @@ struct QzSettings {
     bool useTimeMachineExcludes = false;
     bool showHelpTips = false;
     bool lockSchedule = false, lockExclusion = false, lockPEK = false;
-    int backupScheduleType = 1;  // 1 when the file gives no value
+    int backupScheduleType = 0;  // 1 when a file that was read gives no value
     QzString backupScheduleDetail = "none";
     QzString backupScheduleEndHour;
     QzString onlineHostname = "none";
@@ -38,7 +38,7 @@ struct QzSettings {
     QzString onlineHostnameUpdated;
     std::vector<QzString> excludeFileTypes;
     QzString scratchMountpoint, scratchVolGuid;
-    int64_t maxFileSizeMb = 4000;  // "none": 1000000000
+    int64_t maxFileSizeMb = 4000;  // "none", or anything larger: 1000000000
     bool backupOnBattery = false;
     bool netAutoThrottle = true;
     QzString netThrottle;
@@ -105,6 +105,11 @@ int32_t NumUniqueSkipFirstCharRules();
 bool DirIsExcludedFromBackupInQzInfo(const QzString& dirPath);
 
 // ---- file sets and file types ----
+// One entry of a comma-separated extension list ("extensions" of a file set,
+// "excludefiletypes") as a user may type it: blanks around it and one
+// leading period are removed. False when nothing is left, or when what is
+// left cannot be a file extension (it holds "*", "\", "/", "|", "<" or ">").
+bool ExtensionFromListEntry(const QzString& entry, QzString* extensionRet);
 struct QzFileSetDef {
     QzString name;                     // "filesetname"
     std::vector<QzString> extensions;  // "extensions" split at ",", as written
@@ -114,8 +119,9 @@ struct QzFileSetHashes {
     static constexpr int kNumCategories = 10;
     static const char* const kCategoryNames[kNumCategories];  // "docs", ..., "browserfavorites"
     std::unordered_set<QzString, QzStringHash, QzStringEqual> extensions[kNumCategories];
-    // The category of a lower-case extension, or -1.
-    int CategoryOf(const QzString& lowerExtension) const;
+    // The categories whose sets hold a lower-case extension, as bits
+    // (1 << category); a file counts in every one of them.
+    uint32_t CategoriesOf(const QzString& lowerExtension) const;
 };
 // One "qzdirfilter" of a "do_backup" block.
 // Reads "qzinfo.xml" of the data directory (or the given file).

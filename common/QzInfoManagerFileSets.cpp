@@ -82,19 +82,6 @@ bool FileSetDefsFromFile(const QzString& path, std::vector<QzFileSetDef>* defs) 
     return FileSetDefsFromText(path, text, defs);
 }
 
-// Lower case, surrounding blanks and one leading period removed.
-QzString NormalizedExtension(const QzString& ext) {
-    int32_t b = 0, e = ext.Length();
-    while (b < e && ext[b] == ' ') ++b;
-    while (e > b && ext[e - 1] == ' ') --e;
-    if (b < e && ext[b] == '.') ++b;
-    QzString out(ext.c_str() + b, e - b);
-    char* d = out.Data();
-    for (int32_t i = 0; i < out.Length(); ++i)
-        d[i] = static_cast<char>(QzStringUtil::ToLower(static_cast<unsigned char>(d[i])));
-    return out;
-}
-
 void WarnEmptyExcludeFileTypes(const QzString& path) {
     if (!g_emptyTypesWarning) {
         Log("Initializing warningSuppressionTimerRecord.");
@@ -137,10 +124,22 @@ const char* const QzFileSetHashes::kCategoryNames[kNumCategories] = {
     "music", "video",        "email",         "zips",      "browserfavorites",
 };
 
-int QzFileSetHashes::CategoryOf(const QzString& lowerExtension) const {
+uint32_t QzFileSetHashes::CategoriesOf(const QzString& lowerExtension) const {
+    uint32_t bits = 0;
     for (int i = 0; i < kNumCategories; ++i)
-        if (extensions[i].count(lowerExtension)) return i;
-    return -1;
+        if (extensions[i].count(lowerExtension)) bits |= 1u << i;
+    return bits;
+}
+
+bool ExtensionFromListEntry(const QzString& entry, QzString* extensionRet) {
+    int32_t b = 0, e = entry.Length();
+    while (b < e && (entry[b] == ' ' || entry[b] == '\t')) ++b;
+    while (e > b && (entry[e - 1] == ' ' || entry[e - 1] == '\t')) --e;
+    if (b < e && entry[b] == '.') ++b;
+    if (!extensionRet->Set(entry.c_str() + b, e - b) || extensionRet->IsEmpty()) return false;
+    for (const char c : {'*', '\\', '/', '|', '<', '>'})
+        if (extensionRet->Find(QzString(&c, 1).c_str()) >= 0) return false;
+    return true;
 }
 
 bool GetAllFileSetDefsFromQzInfoFile(const QzString& qzinfoPath, std::vector<QzFileSetDef>* defsRet) {
@@ -159,8 +158,12 @@ bool ParseQzInfoForFileSetHashes(const QzString& qzinfoPath, QzFileSetHashes* ha
         for (const QzFileSetDef& def : defs) {
             if (!def.name.Equals(QzFileSetHashes::kCategoryNames[i])) continue;
             for (const QzString& ext : def.extensions) {
-                QzString e = NormalizedExtension(ext);
-                if (!e.IsEmpty()) hashesRet->extensions[i].insert(std::move(e));
+                QzString e;
+                if (!ExtensionFromListEntry(ext, &e)) continue;
+                char* d = e.Data();
+                for (int32_t k = 0; k < e.Length(); ++k)
+                    d[k] = static_cast<char>(QzStringUtil::ToLower(static_cast<unsigned char>(d[k])));
+                hashesRet->extensions[i].insert(std::move(e));
             }
         }
     }

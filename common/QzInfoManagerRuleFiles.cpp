@@ -128,6 +128,19 @@ bool AppendMergeLogLine(const QzString& dataDir, const QzString& block) {
     return ok;
 }
 
+// The first end tag of the root that is not inside a comment, or -1: rules
+// put before a commented-out end tag would be commented out themselves.
+int32_t FindEndTag(const QzString& text) {
+    for (int32_t pos = 0;;) {
+        const int32_t tag = text.Find(kEndTag, pos);
+        const int32_t comment = text.Find("<!--", pos);
+        if (tag < 0 || comment < 0 || tag < comment) return tag;
+        const int32_t commentEnd = text.Find("-->", comment + 4);
+        if (commentEnd < 0) return -1;  // the rest of the text is one open comment
+        pos = commentEnd + 3;
+    }
+}
+
 bool Contains(const std::vector<QzString>& list, const QzString& s) {
     return std::any_of(list.begin(), list.end(), [&](const QzString& x) { return x.Equals(s); });
 }
@@ -199,7 +212,7 @@ bool MergeEditableRuleBlocks(const QzString& dataDir) {
             path));
         return false;
     }
-    if (text.Find(kEndTag) < 0) {
+    if (FindEndTag(text) < 0) {
         Log(
             QzCat("ERROR MakeSureAllEditableExcludeRuleBlocksAreMerged, file exists, some content exists, "
                   "but no end "
@@ -253,7 +266,7 @@ bool MergeEditableRuleBlocks(const QzString& dataDir) {
                 " (this is fine and expected for some rules), skipping this mergableItem index=", index));
             continue;
         }
-        const int32_t end = text.Find(kEndTag);
+        const int32_t end = FindEndTag(text);
         if (end < 10) {
             Log(
                 QzCat("ERROR MakeSureAllEditableExcludeRuleBlocksAreMerged, impossible path_D, no end tag "

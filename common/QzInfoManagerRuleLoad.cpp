@@ -70,7 +70,17 @@ void AppendExtensionRules(const QzString& path, const QzString& text, QzString& 
     for (;;) {
         const int32_t comma = types.Find(",", from);
         const int32_t end = comma < 0 ? types.Length() : comma;
-        if (end > from) AppendSettingsRule(xml, "*", QzString(types.c_str() + from, end - from).c_str());
+        const QzString entry(types.c_str() + from, end - from);
+        QzString ext;
+        if (QzInfoManager::ExtensionFromListEntry(entry, &ext)) {
+            AppendSettingsRule(xml, "*", ext.c_str());
+        } else if (ext.Length() > 0) {
+            // A "*" would make a rule that excludes every file on every drive.
+            Log(QzCat(
+                "ERROR: QzInfoManager::ParseQzInfo_MakeIntoExcludeFileNameRulesXml skipping excludefiletypes "
+                "entry that is no file extension: \"",
+                entry, "\" in qzinfo file:", path));
+        }
         if (comma < 0) break;
         from = comma + 1;
     }

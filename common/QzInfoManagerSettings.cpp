@@ -25,18 +25,28 @@ QzSettings& Mutable() {
 }
 bool g_loaded = false;
 
-// A whole value as a decimal integer: optional sign, digits, nothing else.
-// Values too large for 64 bits saturate, which every caller clamps anyway.
+// The largest "max_filesize_mb" kept: the value "none" stands for. Anything
+// larger means no limit just as well, and the scan's shift to bytes stays far
+// from overflowing.
+constexpr int64_t kMaxFileSizeMbNoLimit = 1000000000;
+
+bool IsBlank(char c) {
+    return c == ' ' || c == '\t';
+}
+
+// A whole value as a decimal integer: optional blanks, optional sign, digits,
+// optional blanks, nothing else. Values too large for 64 bits saturate,
+// which every caller clamps anyway.
 bool ParseDecimal(const QzString& text, int64_t* valueRet) {
     const char* p = text.c_str();
+    while (IsBlank(*p)) ++p;
     const bool negative = *p == '-';
     if (*p == '-' || *p == '+') ++p;
-    if (!*p) return false;
+    if (*p < '0' || *p > '9') return false;
     int64_t v = 0;
-    for (; *p; ++p) {
-        if (*p < '0' || *p > '9') return false;
-        v = v > (INT64_MAX - 9) / 10 ? INT64_MAX : v * 10 + (*p - '0');
-    }
+    for (; *p >= '0' && *p <= '9'; ++p) v = v > (INT64_MAX - 9) / 10 ? INT64_MAX : v * 10 + (*p - '0');
+    while (IsBlank(*p)) ++p;
+    if (*p) return false;
     *valueRet = negative ? -v : v;
     return true;
 }
@@ -93,24 +103,27 @@ void ReadScalars(const Reader& r, QzSettings& s) {
     s.lockSchedule = r.Flag("lock_schedule", false, "true", "t");
     s.lockExclusion = r.Flag("lock_exclusion", false, "true", "t");
     s.lockPEK = r.Flag("lock_PEK", false, "true", "t");
-    if (r.Get("backup_schedule_type", &v)) {
-        if (v.Equals("once_per_day"))
-            s.backupScheduleType = 2;
-        else if (v.Equals("only_when_click_backup_now"))
-            s.backupScheduleType = 3;
-        else
-            s.backupScheduleType = 0;  // continuously, when_files_change, when_idle, or unknown
-    }
+    if (!r.Get("backup_schedule_type", &v))
+        s.backupScheduleType = 1;  // a settings file without the attribute
+    else if (v.Equals("once_per_day"))
+        s.backupScheduleType = 2;
+    else if (v.Equals("only_when_click_backup_now"))
+        s.backupScheduleType = 3;
+    else
+        s.backupScheduleType = 0;  // continuously, when_files_change, when_idle, or unknown
     r.Text("backup_schedule_detail", &s.backupScheduleDetail);
     r.Text("backup_schedule_end_hour", &s.backupScheduleEndHour);
     r.Text("online_hostname", &s.onlineHostname);
     r.Text("qzlogin", &s.qzLogin);
     r.Text("online_hostname_updated", &s.onlineHostnameUpdated);
     if (r.Get("excludefiletypes", &v)) {
+        // Read as the rules made from it read it (which log what they skip).
         for (int32_t start = 0; start <= v.Length();) {
             int32_t comma = v.Find(",", start);
             if (comma < 0) comma = v.Length();
-            if (comma > start) s.excludeFileTypes.emplace_back(v.c_str() + start, comma - start);
+            QzString ext;
+            if (ExtensionFromListEntry(QzString(v.c_str() + start, comma - start), &ext))
+                s.excludeFileTypes.push_back(std::move(ext));
             start = comma + 1;
         }
     }
@@ -118,7 +131,12 @@ void ReadScalars(const Reader& r, QzSettings& s) {
     r.Text("scratch_vol_guid", &s.scratchVolGuid);
     if (r.Get("max_filesize_mb", &v)) {
         if (v.Equals("none")) {
-            s.maxFileSizeMb = 1000000000;
+            s.maxFileSizeMb = kMaxFileSizeMbNoLimit;
+        } else if (ParseDecimal(v, &n) && n > kMaxFileSizeMbNoLimit) {
+            QzLog::WriteLine(QzCat("WARNING: ReadControlPanelSettingsFromQzInfoXmlFile - max_filesize_mb=", v,
+                                   " is more than any disk holds, keeping ", kMaxFileSizeMbNoLimit,
+                                   " (no limit)"));
+            s.maxFileSizeMb = kMaxFileSizeMbNoLimit;
         } else if (ParseDecimal(v, &n) && n >= 0) {
             s.maxFileSizeMb = n;
         } else {

@@ -185,8 +185,10 @@ QzExcludeRuleNode* QzRuleIndex::TestGroup(int32_t gi) {
             const int32_t i = table[slot];
             if (i < 0) break;
             const ExtRules& x = exts_[static_cast<size_t>(i)];
-            if (x.len == extLen_ && x.hash == extHash_ && SameBytes(x.ext, ext_, extLen_))
-                return TestList(x.list);
+            if (x.len != extLen_ || x.hash != extHash_ || !SameBytes(x.ext, ext_, extLen_)) continue;
+            // The first rule that holds in the two lists, taken in the tree's order.
+            QzExcludeRuleNode* hit = TestList(x.anyFirst ? g.any : x.list);
+            return hit ? hit : TestList(x.anyFirst ? x.list : g.any);
         }
     }
     return TestList(g.any);

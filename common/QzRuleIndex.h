@@ -5,9 +5,11 @@
 //   path positions 3 and 4), so one table look-up replaces the key test of
 //   every group. A bucket with many groups keeps their prefixes in a trie,
 //   walked once along the path.
-// - Per group and file extension, the rules of the extension's node and of
-//   the "any extension" node are laid out flat in the order the tree visits
-//   them (a "list").
+// - Per group, the rules of each extension node and of the "any extension"
+//   node are laid out flat (a "list" each). A path with an extension that
+//   has a node tests that node's list and the "any" list, in the order the
+//   tree visits the two nodes; every rule is stored once, so the index grows
+//   linearly with the rules.
 // - Each rule has a key that any path it matches must show: the last four
 //   bytes of its ends-with text, or else a word of a contains text. A
 //   contains text found in a path puts its separators ("\", "/", ":") on the
@@ -73,6 +75,7 @@ private:
         int32_t len;
         uint32_t hash;
         List list;
+        bool anyFirst;  // the tree visits the "any" node before this one
     };
     struct Group {
         List any;                            // for an extension without a node of its own
@@ -97,7 +100,7 @@ private:
     };
 
     void BuildOrThrow(QzExcludeRuleNode* const* groups, int32_t numGroups);
-    List AppendRules(QzExcludeRuleNode* first, QzExcludeRuleNode* second);
+    List AppendRules(QzExcludeRuleNode* chain);
     static Needle MakeNeedle(const QzString& text);
     void AppendChain(QzExcludeRuleNode* head);
     void AddProbes(Rule& r) const;

@@ -53,11 +53,10 @@ void QzRuleIndex::AppendChain(QzExcludeRuleNode* head) {
     }
 }
 
-QzRuleIndex::List QzRuleIndex::AppendRules(QzExcludeRuleNode* first, QzExcludeRuleNode* second) {
+QzRuleIndex::List QzRuleIndex::AppendRules(QzExcludeRuleNode* chain) {
     List list;
     list.begin = static_cast<int32_t>(rules_.size());
-    AppendChain(first);
-    AppendChain(second);
+    AppendChain(chain);
     list.count = static_cast<int32_t>(rules_.size()) - list.begin;
     if (list.count > kLinearListLimit) IndexByKey(list);
     return list;
@@ -188,7 +187,7 @@ void QzRuleIndex::BuildOrThrow(QzExcludeRuleNode* const* groups, int32_t numGrou
             }
             extNodes.push_back(e);
         }
-        g.any = AppendRules(any, nullptr);
+        g.any = AppendRules(any);
         g.extBegin = static_cast<int32_t>(exts_.size());
         for (size_t k = 0; k < extNodes.size(); ++k) {
             QzExcludeRuleNode* e = extNodes[k];
@@ -196,8 +195,8 @@ void QzRuleIndex::BuildOrThrow(QzExcludeRuleNode* const* groups, int32_t numGrou
             const QzString& ext = e->fields.extension.text;
             // The tree visits this node and the "any" node in chain order.
             const bool anyFirst = any && anyAt < k;
-            const List list = anyFirst ? AppendRules(any, e) : AppendRules(e, any);
-            exts_.push_back(ExtRules{ext.c_str(), ext.Length(), HashBytes(ext.c_str(), ext.Length()), list});
+            exts_.push_back(ExtRules{ext.c_str(), ext.Length(), HashBytes(ext.c_str(), ext.Length()),
+                                     AppendRules(e), anyFirst});
         }
         g.extCount = static_cast<int32_t>(exts_.size()) - g.extBegin;
         if (g.extCount > 0) {

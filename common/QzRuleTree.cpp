@@ -7,7 +7,6 @@
 
 #include "QzFileXml.h"
 #include "QzLog.h"
-#include "QzRuleFiles.h"
 #include "QzRuleIndex.h"
 
 namespace {
@@ -34,19 +33,32 @@ QzRuleText Criterion(QzString&& value) {
     return t;
 }
 
-bool SameText(const QzRuleText& a, const QzRuleText& b) {
-    return a.isSet == b.isSet && (!a.isSet || a.text.Equals(b.text));
+void AppendKeyText(std::string& key, const QzString& s) {
+    const int32_t len = s.Length();
+    key.append(reinterpret_cast<const char*>(&len), sizeof len);
+    key.append(s.c_str(), static_cast<size_t>(len));
+}
+void AppendKeyText(std::string& key, const QzRuleText& t) {
+    key.push_back(t.isSet ? '1' : '0');
+    if (t.isSet) AppendKeyText(key, t.text);
 }
 
-bool SameRule(const QzExcludeRuleFields& a, const QzExcludeRuleFields& b) {
-    if (!SameText(a.contains1, b.contains1) || !SameText(a.contains2, b.contains2) ||
-        !SameText(a.endsWith, b.endsWith) || !SameText(a.extension, b.extension))
-        return false;
-    if (a.hasDoesNotContain != b.hasDoesNotContain) return false;
-    if (a.doesNotContain.size() != b.doesNotContain.size()) return false;
-    for (size_t i = 0; i < a.doesNotContain.size(); ++i)
-        if (!a.doesNotContain[i].Equals(b.doesNotContain[i])) return false;
-    return true;
+// The group (by its first node) and the extension: one chain of rules.
+std::string ChainKey(const QzExcludeRuleNode* groupHead, const QzRuleText& extension) {
+    std::string key(reinterpret_cast<const char*>(&groupHead), sizeof groupHead);
+    AppendKeyText(key, extension);
+    return key;
+}
+
+// Two rules of a group are the same when every criterion but the prefix is.
+std::string RuleKey(const QzExcludeRuleNode* groupHead, const QzExcludeRuleFields& f) {
+    std::string key = ChainKey(groupHead, f.extension);
+    AppendKeyText(key, f.contains1);
+    AppendKeyText(key, f.contains2);
+    AppendKeyText(key, f.endsWith);
+    key.push_back(f.hasDoesNotContain ? '1' : '0');
+    for (const QzString& t : f.doesNotContain) AppendKeyText(key, t);
+    return key;
 }
 
 const char* Shown(const QzRuleText& t) {
@@ -133,6 +145,8 @@ void QzRuleTree::Clear() {
     numGroups_ = numRules_ = numDuplicates_ = 0;
     starGroup_ = -1;
     groupByPrefix_.clear();
+    chains_.clear();
+    ruleKeys_.clear();
     indexStale_ = true;
     lastHit_ = nullptr;
 }
@@ -156,42 +170,57 @@ bool QzRuleTree::InsertRuleWithSameSkipFirstCharThenStartsWith(QzExcludeRuleNode
         Log("ERROR: InsertRuleWithSameSkipFirstCharThenStartsWith called with NULL topRuleTree, not valid!");
         return false;
     }
-    QzExcludeRuleNode* extNode = groupHead;
-    QzExcludeRuleNode* lastExt = groupHead;
-    for (; extNode; extNode = extNode->nextExtension) {
-        lastExt = extNode;
-        if (SameText(extNode->fields.extension, rule.extension)) break;
+    rule.prefix = groupHead->fields.prefix;
+    std::string ruleKey, chainKey;
+    try {
+        ruleKey = RuleKey(groupHead, rule);
+        chainKey = ChainKey(groupHead, rule.extension);
+    } catch (...) {
+        Log(
+            QzCat("ERROR - QzInfoManager::InsertRuleWithSameSkipFirstCharThenStartsWith - malloc of tiny "
+                  "amount of memory_Z_11 failed. skipFirstCharPat=",
+                  Shown(rule.prefix)));
+        return false;
     }
-    if (extNode) {
-        QzExcludeRuleNode* last = extNode;
-        for (QzExcludeRuleNode* r = extNode; r; r = r->nextRule) {
-            last = r;
-            if (!SameRule(r->fields, rule)) continue;
-            Log(QzCat(
-                "INTERESTING (sometimes happens) - QzInfoManager::ParseExcludeFileNameRules -duplicate XML "
-                "rule_1 skipFirstChar=",
-                Shown(groupHead->fields.prefix), ", fileExt=", Shown(rule.extension),
-                ", contains_1=", Shown(rule.contains1), ", contains_2=", Shown(rule.contains2),
-                ", endsWith=", Shown(rule.endsWith)));
-            ++numDuplicates_;
-            return false;
-        }
-        rule.prefix = groupHead->fields.prefix;
-        QzExcludeRuleNode* node = NewNode(std::move(rule), "memory_Z_11");
-        if (!node) return false;
-        last->nextRule = node;
+    if (ruleKeys_.count(ruleKey)) {
+        Log(
+            QzCat("INTERESTING (sometimes happens) - QzInfoManager::ParseExcludeFileNameRules -duplicate XML "
+                  "rule_1 skipFirstChar=",
+                  Shown(groupHead->fields.prefix), ", fileExt=", Shown(rule.extension),
+                  ", contains_1=", Shown(rule.contains1), ", contains_2=", Shown(rule.contains2),
+                  ", endsWith=", Shown(rule.endsWith)));
+        ++numDuplicates_;
+        return false;
+    }
+    const auto chain = chains_.find(chainKey);
+    const bool newExtension = chain == chains_.end();
+    QzExcludeRuleNode* node = NewNode(std::move(rule), newExtension ? "memory_Z_22" : "memory_Z_11");
+    if (!node) return false;
+    auto added = ruleKeys_.end();
+    try {
+        added = ruleKeys_.insert(std::move(ruleKey)).first;
+        if (newExtension) chains_.emplace(std::move(chainKey), ExtensionChain{node, node});
+    } catch (...) {
+        if (added != ruleKeys_.end()) ruleKeys_.erase(added);
+        delete node;
+        Log(
+            QzCat("ERROR - QzInfoManager::InsertRuleWithSameSkipFirstCharThenStartsWith - malloc of tiny "
+                  "amount of memory_Z_22 failed. skipFirstCharPat=",
+                  Shown(groupHead->fields.prefix)));
+        return false;
+    }
+    if (!newExtension) {
+        chain->second.lastRule->nextRule = node;
+        chain->second.lastRule = node;
+    } else if (node->fields.extension.isSet) {
+        // A real extension goes right behind the group's first node...
+        node->nextExtension = groupHead->nextExtension;
+        groupHead->nextExtension = node;
     } else {
-        rule.prefix = groupHead->fields.prefix;
-        QzExcludeRuleNode* node = NewNode(std::move(rule), "memory_Z_22");
-        if (!node) return false;
-        if (node->fields.extension.isSet) {
-            // A real extension goes right behind the group's first node...
-            node->nextExtension = groupHead->nextExtension;
-            groupHead->nextExtension = node;
-        } else {
-            // ...and "any extension" at the end of the chain.
-            lastExt->nextExtension = node;
-        }
+        // ...and "any extension" at the end of the chain (once per group).
+        QzExcludeRuleNode* lastExt = groupHead;
+        while (lastExt->nextExtension) lastExt = lastExt->nextExtension;
+        lastExt->nextExtension = node;
     }
     ++numRules_;
     indexStale_ = true;
@@ -268,17 +297,18 @@ bool QzRuleTree::AddRuleFromElement(const QzString& element, int32_t ruleNum, co
     }
     QzExcludeRuleNode* node = NewNode(std::move(f), "memory_Z_22");
     if (!node) return false;
-    if (node->fields.prefix.isSet) {
-        try {
-            groupByPrefix_.emplace(node->fields.prefix.text, numGroups_);
-        } catch (...) {
-            delete node;
-            Log("ERROR - QzInfoManager::ParseExcludeFileNameRules - out of memory for the prefix lookup");
-            return false;
-        }
-    } else {
-        starGroup_ = numGroups_;
+    try {
+        if (node->fields.prefix.isSet) groupByPrefix_.emplace(node->fields.prefix.text, numGroups_);
+        chains_.emplace(ChainKey(node, node->fields.extension), ExtensionChain{node, node});
+        ruleKeys_.insert(RuleKey(node, node->fields));
+    } catch (...) {
+        if (node->fields.prefix.isSet) groupByPrefix_.erase(node->fields.prefix.text);
+        chains_.erase(ChainKey(node, node->fields.extension));
+        delete node;
+        Log("ERROR - QzInfoManager::ParseExcludeFileNameRules - out of memory for the prefix lookup");
+        return false;
     }
+    if (!node->fields.prefix.isSet) starGroup_ = numGroups_;
     groups_[numGroups_++] = node;
     ++numRules_;
     indexStale_ = true;

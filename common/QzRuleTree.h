@@ -13,7 +13,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "QzString.h"
@@ -110,6 +112,14 @@ private:
     int32_t numDuplicates_ = 0;
     int32_t starGroup_ = -1;  // the group of the rules whose prefix is "*"
     std::unordered_map<QzString, int32_t, QzStringHash, QzStringEqual> groupByPrefix_;
+    // Insertion without walking the chains: per group and extension its node
+    // and the last rule of its chain, and every rule already in the tree.
+    struct ExtensionChain {
+        QzExcludeRuleNode* node;
+        QzExcludeRuleNode* lastRule;
+    };
+    std::unordered_map<std::string, ExtensionChain> chains_;
+    std::unordered_set<std::string> ruleKeys_;
 
     std::unique_ptr<QzRuleIndex> index_;
     bool indexStale_ = true;

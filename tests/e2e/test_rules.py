@@ -84,6 +84,13 @@ def test_merge_on_a_fresh_data_directory_writes_both_files_and_every_block(m):
     check_eq(sorted(set(blocks)), ["001", "002", "003", "004"], "blocks in the merge log")
     leftovers = [n for n in os.listdir(m.datadir()) if n.endswith(".tmp")]
     check_eq(leftovers, [], "temporary files left behind")
+    log = m.log_messages()
+    check(any(msg.startswith("MakeSureExcludeRulesFilesExistIn_qzdata_Folder - created editable rules so must "
+                             "reapply the entire list of merged editable rules.") for msg in log),
+          "no log line for the recreated editable file")
+    check_eq(sum("skipping over mergable rule because plat=mac is not our platform=win (this is fine and "
+                 "expected for some rules)" in msg for msg in log), 7, "other-platform rules skipped")
+    check_eq([msg for msg in log if msg.startswith("ERROR") and "MakeSure" in msg], [], "merge ERROR lines")
 
     # A second run has nothing to do and changes nothing.
     before = (read(editable), read(mandatory), read(merge_log))
@@ -97,16 +104,23 @@ def test_merge_log_naming_001_to_003_adds_only_004(m):
     editable, _, merge_log = paths(m)
     base = unmerged(read(editable))
     write(editable, base)
-    write(merge_log, 'merged_2021-01-01 10:00:00 qzmergeblock="001"\n'
-                     'merged_2021-01-01 10:00:00 qzmergeblock="002"\n'
-                     'merged_2021-01-01 10:00:00 qzmergeblock="003"\n')
+    odd_lines = ('merged_2021-01-01 10:00:00 qzmergeblock="001"\r\n'
+                 'merged_2021-01-01 10:00:00 qzmergeblock="002"\n'
+                 '\n'
+                 'a line without a block number\n'
+                 'merged_2021-01-01 10:00:00 qzmergeblock="03"\n'
+                 'merged_2021-06-01 10:00:00 qzmergeblock="003"\n')
+    write(merge_log, odd_lines)
     merge(m, True)
     text = read(editable)
     added = [l for l in rule_lines(text) if 'qzmergeblock="' in l]
     check_eq(len(added), 1, "rules added")
     check('qzmergeblock="004"' in added[0] and 'endsWith="\\desktop.ini"' in added[0], f"added {added[0]!r}")
     check_eq(unmerged(text), base, "the rest of the editable file")
-    check_eq(merge_log_blocks(merge_log), ["001", "002", "003", "004"], "merge log")
+    appended = read(merge_log)[len(odd_lines):]
+    check(MERGE_LOG_LINE.match(appended.rstrip("\n")) is not None and appended.count("\n") == 1,
+          f"appended merge log line {appended!r}")
+    check('qzmergeblock="004"' in appended, "block 004 is not logged")
 
 
 def test_deleting_the_editable_file_recreates_it_and_sets_the_merge_log_aside(m):
@@ -138,6 +152,30 @@ def test_an_editable_file_without_its_end_tag_is_left_alone(m):
     check(any(msg.startswith("ERROR MakeSureAllEditableExcludeRuleBlocksAreMerged, file exists, some content exists, "
                              "but no end tag </qzexclusions> inside editable rules fileName=")
               for msg in m.log_messages()), "the refusal is not logged")
+
+
+def test_merged_rules_go_before_the_end_tag_that_is_not_commented_out(m):
+    m.make_datadir()
+    merge(m, True)
+    editable, _, merge_log = paths(m)
+    base = unmerged(read(editable))
+    commented = base.replace("<qzexclusions>\n", "<qzexclusions>\n<!-- old end: </qzexclusions> -->\n", 1)
+    write(editable, commented)
+    os.remove(merge_log)
+    merge(m, True)
+    text = read(editable)
+    check(text.startswith(commented[:commented.index(END_TAG + " -->") + len(END_TAG + " -->")]),
+          "the commented-out end tag received rules")
+    check_eq(len([l for l in rule_lines(text) if 'qzmergeblock="' in l]), 30, "rules merged")
+    check(text.endswith('endsWith="\\desktop.ini" hasFileExtension="ini" />\n' + END_TAG + "\n"),
+          "merged rules are not right before the real end tag")
+
+    # With its only end tag inside a comment the file cannot take rules.
+    only_commented = commented[:commented.rindex(END_TAG)]
+    write(editable, only_commented)
+    os.remove(merge_log)
+    merge(m, False)
+    check_eq(read(editable), only_commented, "editable file without a real end tag")
 
 
 def test_without_a_data_directory_nothing_is_written(m):

@@ -103,8 +103,20 @@ void FuzzMerge(std::string_view in) {
         Check(after == editable, "the editable file changed although the merge said it did not");
         return;
     }
-    // The old text, with whole merge-block rule lines before its first end tag.
-    const size_t end = editable.find("</qzexclusions>");
+    // The old text, with whole merge-block rule lines before its first end
+    // tag that does not stand inside a comment.
+    size_t end = std::string_view::npos;
+    for (size_t pos = 0;;) {
+        const size_t tag = editable.find("</qzexclusions>", pos);
+        const size_t comment = editable.find("<!--", pos);
+        if (tag == std::string_view::npos || comment == std::string_view::npos || tag < comment) {
+            end = tag;
+            break;
+        }
+        const size_t commentEnd = editable.find("-->", comment + 4);
+        if (commentEnd == std::string_view::npos) break;
+        pos = commentEnd + 3;
+    }
     Check(end != std::string_view::npos && end >= 10, "a merge without a usable end tag");
     Check(after.size() > editable.size(), "a merge that added nothing");
     const size_t added = after.size() - editable.size();

@@ -73,26 +73,24 @@ TEST_F(QzFileSetsTest, DefinitionsAreReadInOrderAndClippedTo149) {
         QzCat("QzFile::GetAllXmlSnippetsWithTagNameInXmlFile NO filesetdefs inqzinfoFile:", path_).c_str()));
 }
 
-TEST_F(QzFileSetsTest, CategoryHashesHoldLowerCaseExtensionsOfTheTenNamedSets) {
+TEST_F(QzFileSetsTest, AFileCountsInEveryCategoryWhoseSetHoldsItsExtension) {
     Write(
-        "<qzinfo>\n<filesetdef filesetname=\"docs\" extensions=\"DOC,docx, .PDF\" />\n"
+        "<qzinfo>\n<filesetdef filesetname=\"docs\" extensions=\"DOC,docx, .PDF ,*,a/b\" />\n"
         "<filesetdef filesetname=\"music\" extensions=\"mp3,docx\" />\n"
         "<filesetdef filesetname=\"pictures\" extensions=\"jpg\" />\n"
-        "<filesetdef filesetname=\"browserfavorites\" extensions=\"url\" />\n"
+        "<filesetdef filesetname=\"browserfavorites\" extensions=\"url,pdf\" />\n"
         "<filesetdef filesetname=\"other\" extensions=\"zzz\" />\n</qzinfo>\n");
     QzFileSetHashes h;
     ASSERT_TRUE(QzInfoManager::ParseQzInfoForFileSetHashes(path_, &h));
     EXPECT_STREQ(QzFileSetHashes::kCategoryNames[0], "docs");
     EXPECT_STREQ(QzFileSetHashes::kCategoryNames[9], "browserfavorites");
-    EXPECT_EQ(h.CategoryOf("doc"), 0);
-    EXPECT_EQ(h.CategoryOf("pdf"), 0);
-    EXPECT_EQ(h.CategoryOf("docx"), 0);  // the first category that has it
-    EXPECT_EQ(h.CategoryOf("mp3"), 5);
-    EXPECT_EQ(h.CategoryOf("jpg"), 4);
-    EXPECT_EQ(h.CategoryOf("url"), 9);
-    EXPECT_EQ(h.CategoryOf("zzz"), -1);
-    EXPECT_EQ(h.CategoryOf("DOC"), -1);
-    EXPECT_EQ(h.extensions[1].size(), 0u);
+    EXPECT_EQ(h.CategoriesOf("doc"), 1u << 0);
+    EXPECT_EQ(h.CategoriesOf("docx"), (1u << 0) | (1u << 5));  // docs and music
+    EXPECT_EQ(h.CategoriesOf("pdf"), (1u << 0) | (1u << 9));   // " .PDF " read as the reader reads lists
+    EXPECT_EQ(h.CategoriesOf("jpg"), 1u << 4);
+    EXPECT_EQ(h.CategoriesOf("zzz"), 0u);   // "other" is no statistics category
+    EXPECT_EQ(h.CategoriesOf("DOC"), 0u);   // callers look up the lower-case extension
+    EXPECT_EQ(h.extensions[0].size(), 3u);  // "*" and "a/b" are no extensions
 }
 
 TEST_F(QzFileSetsTest, WatchedDirectoriesNeedAKnownFileSetOrNone) {

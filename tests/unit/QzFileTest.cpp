@@ -110,10 +110,12 @@ TEST(QzFileXml, CutsElementsByTagInFileOrder) {
     EXPECT_FALSE(QzFile::GetAllXmlSnippetsWithTagNameInXmlText(xml, len, "nothere", &s));
     EXPECT_TRUE(s.empty());
 
-    // A truncated file: the last element runs to the end of the text.
-    const char* cut = "<a x=\"1\" /><a y=\"2";
-    ASSERT_TRUE(QzFile::GetAllXmlSnippetsWithTagNameInXmlText(cut, static_cast<int32_t>(std::strlen(cut)), "a", &s));
-    EXPECT_EQ(Strings(s), (std::vector<std::string>{"<a x=\"1\" />", "<a y=\"2"}));
+    // A malformed element costs itself alone: one closed by ">" without its end tag, one
+    // whose start tag never closes, and the truncated last one are left out.
+    const char* bad = "<a x=\"1\">\n<a y=\"2\" />\n<a z=\"3\"\n<a w=\"4\"/><a v=\"5";
+    ASSERT_TRUE(
+        QzFile::GetAllXmlSnippetsWithTagNameInXmlText(bad, static_cast<int32_t>(std::strlen(bad)), "a", &s));
+    EXPECT_EQ(Strings(s), (std::vector<std::string>{"<a y=\"2\" />", "<a w=\"4\"/>"}));
 }
 
 TEST(QzFileXml, ReadsTheFirstWholeAttributeWithoutDecoding) {

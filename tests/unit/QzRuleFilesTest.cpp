@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <regex>
 
 #include "QzFile.h"
 #include "QzOs.h"
@@ -13,8 +12,6 @@
 #include "QzRuleTree.h"
 #include "RuleTestSupport.h"
 
-using QzRuleTest::CountOf;
-using QzRuleTest::Lines;
 using QzRuleTest::LogCapture;
 using QzRuleTest::NoSleep;
 using QzRuleTest::Rule;
@@ -34,32 +31,6 @@ protected:
     void Write(const QzString& path, const std::string& text) { ASSERT_TRUE(QzTest::WriteFile(path, text)); }
     void WriteQzInfo(const std::string& text) { Write(QzRuleFiles::QzInfoPath(dir_), text); }
 
-    // The default editable text with the Windows rules of the given merge
-    // blocks inserted before its end tag.
-    static std::string EditableWithBlocks(const std::vector<std::string>& blocks) {
-        std::string rules;
-        for (const std::string& line : Lines(Str(QzRuleTexts::MergeBlocksText()))) {
-            if (line.find("plat=\"win\"") == std::string::npos) continue;
-            for (const std::string& b : blocks)
-                if (line.find("qzmergeblock=\"" + b + "\"") != std::string::npos) rules += line + "\n";
-        }
-        std::string text = Str(QzRuleTexts::EditableText());
-        text.insert(text.find("</qzexclusions>"), rules);
-        return text;
-    }
-    // Block numbers of the merge log's lines, each checked for its form.
-    std::vector<std::string> MergeLogBlocks() const {
-        static const std::regex kLine(
-            "merged_\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d qzmergeblock=\"(\\d{3})\"");
-        std::vector<std::string> blocks;
-        for (const std::string& line : Lines(Read(MergeLog()))) {
-            std::smatch m;
-            EXPECT_TRUE(std::regex_match(line, m, kLine)) << line;
-            if (!m.empty()) blocks.push_back(m[1]);
-        }
-        return blocks;
-    }
-
     QzString dir_;
     LogCapture log_;
     NoSleep noSleep_;
@@ -67,79 +38,11 @@ protected:
 
 }  // namespace
 
-TEST_F(QzRuleFilesTest, FreshDataDirectoryGetsBothFilesWithEveryBlockMerged) {
-    bool changed = false;
-    ASSERT_TRUE(QzRuleFiles::MakeSureRuleFilesExist(dir_, &changed));
-    EXPECT_TRUE(changed);
-    EXPECT_EQ(Read(Mandatory()), Str(QzRuleTexts::MandatoryText()));
-    EXPECT_EQ(Read(Editable()), EditableWithBlocks({"001", "002", "003", "004"}));
-    const std::vector<std::string> blocks = MergeLogBlocks();
-    ASSERT_EQ(blocks.size(), 37u);  // one line per rule of each block, other platforms included
-    EXPECT_EQ(std::count(blocks.begin(), blocks.end(), "001"), 31);
-    EXPECT_EQ(std::count(blocks.begin(), blocks.end(), "002"), 4);
-    EXPECT_EQ(std::count(blocks.begin(), blocks.end(), "004"), 1);
-    EXPECT_FALSE(QzFile::PathExists(QzCat(Editable(), ".tmp").c_str()));
-    EXPECT_TRUE(log_.Has(
-        "MakeSureExcludeRulesFilesExistIn_qzdata_Folder - created editable rules so must reapply the "
-        "entire list of merged editable rules."));
-    EXPECT_TRUE(log_.Has(
-        QzCat("MakeSureExcludeRulesFilesExistIn_qzdata_Folder - mergeLog_did_not_exist fName=", MergeLog())
-            .c_str()));
-    EXPECT_EQ(
-        log_.Count("skipping over mergable rule because plat=mac is not our platform=win (this is fine and "
-                   "expected for some rules)"),
-        7);
-    EXPECT_TRUE(
-        log_.Has("Leaving MakeSureAllEditableExcludeRuleBlocksAreMerged, returning true - succesfully merged "
-                 "some rules and updated file."));
-    EXPECT_EQ(log_.Count("ERROR"), 0);
-
-    // Nothing more to do the second time.
-    const std::string before = Read(Editable());
-    EXPECT_FALSE(QzRuleFiles::MergeEditableRuleBlocks(dir_));
-    ASSERT_TRUE(QzRuleFiles::MakeSureRuleFilesExist(dir_, &changed));
-    EXPECT_FALSE(changed);
-    EXPECT_EQ(Read(Editable()), before);
-    EXPECT_EQ(MergeLogBlocks().size(), 37u);
-    EXPECT_EQ(
-        log_.Count("skipping rule because qzmergeblock=001 was already merged at some point in the past"),
-        31);
-    EXPECT_TRUE(
-        log_.Has("Leaving MakeSureAllEditableExcludeRuleBlocksAreMerged, returning false - no files were "
-                 "modified."));
-    EXPECT_EQ(log_.Count("MakeSureExcludeRulesFilesExistIn_qzdata_Folder - fileName already exists="), 2);
-}
-
-TEST_F(QzRuleFilesTest, MergeLogNamingBlocks001To003AddsOnly004) {
-    Write(Editable(), Str(QzRuleTexts::EditableText()));
-    Write(MergeLog(),
-          "merged_2021-01-01 10:00:00 qzmergeblock=\"001\"\r\n"
-          "merged_2021-01-01 10:00:00 qzmergeblock=\"002\"\n"
-          "\n"
-          "a line without a block number\n"
-          "merged_2021-01-01 10:00:00 qzmergeblock=\"03\"\n"
-          "merged_2021-06-01 10:00:00 qzmergeblock=\"003\"\n");
-    EXPECT_TRUE(QzRuleFiles::MergeEditableRuleBlocks(dir_));
-    EXPECT_EQ(Read(Editable()), EditableWithBlocks({"004"}));
-    const std::vector<std::string> lines = Lines(Read(MergeLog()));
-    ASSERT_EQ(lines.size(), 7u);
-    EXPECT_NE(lines.back().find(" qzmergeblock=\"004\""), std::string::npos);
-    EXPECT_EQ(log_.Count("ignoring merge log line"), 2);
-}
-
 TEST_F(QzRuleFilesTest, EditableFileThatCannotTakeRulesIsLeftAlone) {
     EXPECT_FALSE(QzRuleFiles::MergeEditableRuleBlocks(dir_));
     EXPECT_TRUE(
         log_.Has("ERROR MakeSureAllEditableExcludeRuleBlocksAreMerged, editable rules file does not exist "
                  "fileName="));
-
-    const std::string noEnd = "<qzexclusions>\n" + Rule(":\\mine\\");
-    Write(Editable(), noEnd);
-    EXPECT_FALSE(QzRuleFiles::MergeEditableRuleBlocks(dir_));
-    EXPECT_EQ(Read(Editable()), noEnd);
-    EXPECT_TRUE(log_.Has(
-        "ERROR MakeSureAllEditableExcludeRuleBlocksAreMerged, file exists, some content exists, but no "
-        "end tag </qzexclusions> inside editable rules fileName="));
 
     Write(Editable(), "<qzexclusions></qzexclusion");
     EXPECT_FALSE(QzRuleFiles::MergeEditableRuleBlocks(dir_));
@@ -155,7 +58,8 @@ TEST_F(QzRuleFilesTest, EditableFileThatCannotTakeRulesIsLeftAlone) {
     EXPECT_FALSE(QzRuleFiles::MergeEditableRuleBlocks(dir_));
     EXPECT_EQ(Read(Editable()), early);
     EXPECT_EQ(log_.Count("impossible path_D"), 30);
-    EXPECT_EQ(MergeLogBlocks().size(), 37u);
+    const std::string mergeLog = Read(MergeLog());
+    EXPECT_EQ(std::count(mergeLog.begin(), mergeLog.end(), '\n'), 37);
 }
 
 TEST_F(QzRuleFilesTest, FailedWritesLeaveTheOldFilesAsTheyWere) {
@@ -209,7 +113,7 @@ TEST_F(QzRuleFilesTest, MigrationLoadsRegistryRulesUnlessTheMandatoryFileRestric
 
 TEST_F(QzRuleFilesTest, SettingsRulesComeFromExcludedTypesAndExcludedFolders) {
     WriteQzInfo(
-        "<qzinfo excludefiletypes=\"tmp,,bak\" >\n<do_backup>\n"
+        "<qzinfo excludefiletypes=\"tmp,, bak,.ISO ,*,a\\b,x|y\" >\n<do_backup>\n"
         "<qzdirfilter dir=\"C:\" whichfiles=\"none\" />\n"
         "<qzdirfilter dir=\"D:\\Data\" whichfiles=\"none\" />\n"
         "<qzdirfilter dir=\"E:\\Keep\\\" whichfiles=\"docs\" />\n"
@@ -228,8 +132,13 @@ TEST_F(QzRuleFilesTest, SettingsRulesComeFromExcludedTypesAndExcludedFolders) {
                ext + "\" />\n";
     };
     EXPECT_EQ(Str(xml), "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n<qzexclusions>\n" + rule("*", "tmp") +
-                            rule("*", "bak") + rule(":\\", "*") + rule(":\\Data\\", "*") +
+                            rule("*", "bak") + rule("*", "ISO") + rule(":\\", "*") + rule(":\\Data\\", "*") +
                             rule(":\\Old\\", "*") + "</qzexclusions>\n");
+    for (const char* entry : {"*", "a\\b", "x|y"})
+        EXPECT_TRUE(log_.Has(std::string("ERROR: QzInfoManager::ParseQzInfo_MakeIntoExcludeFileNameRulesXml "
+                                         "skipping excludefiletypes entry that is no file extension: \"") +
+                             entry + "\" in qzinfo file:"))
+            << entry;
     EXPECT_TRUE(
         log_.Has("skipping exclusion \"dir\" attribute is TOO SHORT on \"qzdirfilter\" in qzinfo file:"));
     EXPECT_TRUE(
@@ -239,8 +148,10 @@ TEST_F(QzRuleFilesTest, SettingsRulesComeFromExcludedTypesAndExcludedFolders) {
     // The drive-only folder gives ":\", which the parser refuses.
     QzRuleTree tree;
     ASSERT_TRUE(tree.ParseExcludeFileNameRules(&xml, "qzinfo.xml"));
-    EXPECT_EQ(tree.NumRules(), 4);
+    EXPECT_EQ(tree.NumRules(), 5);
     EXPECT_EQ(log_.Count("BAD_EXCLUDEFNAME_RULE_D"), 1);
+    EXPECT_FALSE(tree.UserWantsThisFileBackedUpEx("X:\\Media\\disc.iso", 1, 1));
+    EXPECT_TRUE(tree.UserWantsThisFileBackedUpEx("X:\\Media\\notes.txt", 1, 1));  // no rule for every file
     EXPECT_FALSE(tree.UserWantsThisFileBackedUpEx("X:\\Data\\a.txt", 1, 1));
     EXPECT_TRUE(tree.UserWantsThisFileBackedUpEx("X:\\Database\\a.txt", 1, 1));
 }
@@ -328,6 +239,31 @@ TEST_F(QzRuleFilesTest, LoadFailsOnAnyRequiredDataSet) {
     ASSERT_TRUE(QzFile::CreateDirectoryRecursive(Editable().c_str()));  // cannot be written
     EXPECT_FALSE(QzRuleFiles::LoadAllRules(dir_, &tree));
     EXPECT_TRUE(log_.Has(std::string(who) + "file does not exist, do not go forward:"));
+}
+
+TEST_F(QzRuleFilesTest, AMalformedRuleCostsOnlyItself) {
+    WriteQzInfo("<qzinfo excludefiletypes=\"tmp\" />");
+    QzRuleTree tree;
+    ASSERT_TRUE(QzRuleFiles::LoadAllRules(dir_, &tree));
+    // The editable file's first rule ends in ">" instead of "/>" and has no end tag.
+    std::string text = Read(Editable());
+    const size_t first = text.find("<excludefname_rule ");
+    const size_t close = text.find(" />", first);
+    ASSERT_NE(close, std::string::npos);
+    const std::string broken = text.substr(first, close - first) + ">";
+    text.replace(first, close + 3 - first, broken);
+    Write(Editable(), text);
+    ASSERT_TRUE(QzRuleFiles::LoadAllRules(dir_, &tree));
+    EXPECT_TRUE(
+        log_.Has("ERROR: QzFile::GetAllXmlSnippetsWithTagNameInXmlText - skipping a malformed "
+                 "<excludefname_rule> element, closed neither by \"/>\" nor by its end tag: " +
+                 broken));
+    EXPECT_FALSE(tree.UserWantsThisFileBackedUpEx("C:\\Users\\Bob\\NTUSER.DAT", 1, 1));
+    EXPECT_FALSE(tree.UserWantsThisFileBackedUpEx("C:\\Users\\Bob\\AppData\\Local\\Temp\\x.log", 1, 1));
+    EXPECT_FALSE(tree.UserWantsThisFileBackedUpEx("C:\\Pictures\\desktop.ini", 1, 1));
+    // Only the broken rule is lost.
+    EXPECT_TRUE(tree.UserWantsThisFileBackedUpEx(
+        "C:\\Users\\Bob\\AppData\\Local\\Microsoft\\Windows\\WebCache\\WebCacheV01.dat", 1, 1));
 }
 
 TEST_F(QzRuleFilesTest, OldMandatoryFileMakesTheLoadAddTheRegistryRules) {

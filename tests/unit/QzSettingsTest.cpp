@@ -33,7 +33,7 @@ TEST_F(QzSettingsTest, MissingFileKeepsEveryDefault) {
                "qzinfo.xml, which is normal in the installer, but bad any other time."));
     const QzSettings& s = QzInfoManager::Settings();
     EXPECT_EQ(s.numDaysWarnIfNoBackup, 7u);
-    EXPECT_EQ(s.backupScheduleType, 1);
+    EXPECT_EQ(s.backupScheduleType, 0);  // reset; 1 is for a file read without the attribute
     EXPECT_STREQ(s.backupScheduleDetail.c_str(), "none");
     EXPECT_STREQ(s.onlineHostname.c_str(), "none");
     EXPECT_STREQ(s.qzLogin.c_str(), "unknown");
@@ -47,9 +47,19 @@ TEST_F(QzSettingsTest, NumbersAreClampedAsTheClientExpects) {
     const struct {
         const char* value;
         uint32_t days;
-    } days[] = {{"30", 7},  {"-1", 7}, {"3", 3},
-                {"0", 0},   {"7", 7},  {"8", 7},
-                {"abc", 7}, {"", 7},   {"99999999999999999999", 7}};
+    } days[] = {{"30", 7},
+                {"-1", 7},
+                {"3", 3},
+                {" 3", 3},
+                {"\t5 ", 5},
+                {"0", 0},
+                {"7", 7},
+                {"8", 7},
+                {"abc", 7},
+                {"", 7},
+                {"3x", 7},
+                {"- 3", 7},
+                {"99999999999999999999", 7}};
     for (const auto& c : days)
         EXPECT_EQ(
             ReadWith(std::string("numdays_warn_if_no_backup=\"") + c.value + "\"").numDaysWarnIfNoBackup,
@@ -58,13 +68,21 @@ TEST_F(QzSettingsTest, NumbersAreClampedAsTheClientExpects) {
 
     EXPECT_EQ(ReadWith("max_filesize_mb=\"none\"").maxFileSizeMb, 1000000000);
     EXPECT_EQ(ReadWith("max_filesize_mb=\"250\"").maxFileSizeMb, 250);
+    EXPECT_EQ(ReadWith("max_filesize_mb=\" 250\"").maxFileSizeMb, 250);
     EXPECT_EQ(ReadWith("other=\"1\"").maxFileSizeMb, 4000);
+    // A limit beyond any disk means none; in bytes it must still be a positive number.
+    for (const char* huge : {"9000000000000", "1000000001", "99999999999999999999"}) {
+        const int64_t mb = ReadWith(std::string("max_filesize_mb=\"") + huge + "\"").maxFileSizeMb;
+        EXPECT_EQ(mb, 1000000000) << huge;
+        EXPECT_GT(mb << 20, int64_t{1} << 49) << huge;
+    }
+    EXPECT_TRUE(Logged("max_filesize_mb=9000000000000 is more than any disk holds, keeping 1000000000"));
 
     const struct {
         const char* attrs;
         int threads;
     } threads[] = {{"net_auto_throttle=\"false\" num_backup_threads=\"500\"", 8},
-                   {"net_auto_throttle=\"f\" num_backup_threads=\"12\"", 12},
+                   {"net_auto_throttle=\"f\" num_backup_threads=\" 12\"", 12},
                    {"net_auto_throttle=\"false\" num_backup_threads=\"0\"", 8},
                    {"net_auto_throttle=\"false\" num_backup_threads=\"none\"", 1},
                    {"net_auto_throttle=\"true\" num_backup_threads=\"500\"", 1},
@@ -81,17 +99,33 @@ TEST_F(QzSettingsTest, FlagsScheduleAndTexts) {
     for (const auto& c : schedules)
         EXPECT_EQ(ReadWith(std::string("backup_schedule_type=\"") + c.value + "\"").backupScheduleType,
                   c.code);
+    EXPECT_EQ(ReadWith("other=\"1\"").backupScheduleType, 1);  // read, but no value
 
     const QzSettings& s = ReadWith(
         "allow_network_tests=\"true\" backup_on_battery=\"t\" net_auto_throttle=\"no\" "
         "qzlogin=\"me@example.com\" "
-        "excludefiletypes=\"mp3,,tmp,\"");
+        "excludefiletypes=\"mp3,, .tmp ,*,\"");
     EXPECT_FALSE(s.allowNetworkTests);  // only "t" turns it on
     EXPECT_TRUE(s.backupOnBattery);
     EXPECT_TRUE(s.netAutoThrottle);  // only "false" or "f" turn it off
     EXPECT_STREQ(s.qzLogin.c_str(), "me@example.com");
     ASSERT_EQ(s.excludeFileTypes.size(), 2u);
     EXPECT_STREQ(s.excludeFileTypes[1].c_str(), "tmp");
+}
+
+TEST_F(QzSettingsTest, AMalformedVolumeEntryCostsOnlyItself) {
+    // The first entry ends in ">" and has no end tag: the later ones are still read.
+    WriteSettings("<qzvolume qzVolumeGuid=\"" + std::string(kGuid) + "\" mountPointPath=\"C:\\\">\n" +
+                  Volume(kGuid, "D:\\") + Volume(kGuid, "E:\\"));
+    ASSERT_TRUE(QzInfoManager::ReadControlPanelSettingsFromQzInfoXmlFile());
+    const auto& sel = QzInfoManager::Settings().selectedVolumes;
+    ASSERT_EQ(sel.size(), 2u);
+    EXPECT_STREQ(sel[0].mountPointPath.c_str(), "D:\\");
+    EXPECT_STREQ(sel[1].mountPointPath.c_str(), "E:\\");
+    EXPECT_TRUE(
+        Logged("ERROR: QzFile::GetAllXmlSnippetsWithTagNameInXmlText - skipping a malformed <qzvolume> "
+               "element, closed neither by \"/>\" nor by its end tag: <qzvolume qzVolumeGuid=\"" +
+               std::string(kGuid) + "\" mountPointPath=\"C:\\\">"));
 }
 
 TEST_F(QzSettingsTest, VolumeEntriesAreCheckedAndDuplicatesDropped) {
