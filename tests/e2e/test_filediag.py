@@ -161,7 +161,7 @@ def test_open_file_exclusive_holds_the_file(m):
         check("could not read for intReason=3, strReason=QZ_FILE_TEMPORARY_FILE_BUSY" in r.stdout, r.stdout)
         r = m.run("-open_file_exclusive", "D:\\x\\held.txt")
         check_eq(r.stdout, "Opening this file exclusively: D:\\x\\held.txt\nFile exists but "
-                 "QzOpenFileReadOnlyExclusive Failed on: D:\\x\\held.txt, errStr=Another_Process_Has_File_Open_32\n",
+                 "QzOpenFileReadOnlyExclusive Failed on: D:\\x\\held.txt, errStr=Another_Process_Has_File_Open_\n",
                  "second holder")
     finally:
         p.kill()
