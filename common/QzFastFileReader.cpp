@@ -9,88 +9,217 @@
 
 namespace {
 
-// Substring search over raw bytes, optionally folding ASCII letters. The
-// shift is chosen from the last two bytes of the window (a Horspool variant
-// over byte pairs): file lists are full of digits and separators that single
-// bytes of a pattern also hold, but pairs of them rarely.
+unsigned char Low(char c) { return QzStringUtil::ToLower(static_cast<unsigned char>(c)); }
+
+uint64_t Load64(const char* p) {
+    uint64_t w;
+    std::memcpy(&w, p, 8);
+    return w;
+}
+
+// ASCII A-Z to a-z in eight bytes at once; every other byte stays as it is.
+uint64_t LowerAscii8(uint64_t x) {
+    constexpr uint64_t kOnes = 0x0101010101010101ULL;
+    constexpr uint64_t kLow7 = 0x7F7F7F7F7F7F7F7FULL;
+    const uint64_t heptets = x & kLow7;
+    const uint64_t atLeastA = heptets + (0x80 - 'A') * kOnes;
+    const uint64_t aboveZ = heptets + (0x80 - 'Z' - 1) * kOnes;
+    const uint64_t upper = atLeastA & ~aboveZ & ~x & (0x80 * kOnes);
+    return x | (upper >> 2);
+}
+
+// How many leading bytes of s equal p (s folded when kFold; p is folded
+// already), at most n. Compares eight bytes at a time.
+template <bool kFold>
+int32_t CommonPrefix(const char* s, const char* p, int32_t n) {
+    int32_t i = 0;
+    for (; n - i >= 8; i += 8) {
+        const uint64_t w = kFold ? LowerAscii8(Load64(s + i)) : Load64(s + i);
+        if (w != Load64(p + i)) break;
+    }
+    for (; i < n; ++i)
+        if ((kFold ? Low(s[i]) : static_cast<unsigned char>(s[i])) != static_cast<unsigned char>(p[i])) break;
+    return i;
+}
+
+// The first c in [s, e), or e.
+const char* FindByte(const char* s, unsigned char c, const char* e) {
+    const void* p = std::memchr(s, c, static_cast<size_t>(e - s));
+    return p ? static_cast<const char*>(p) : e;
+}
+
+// Substring search over raw bytes, optionally folding ASCII letters.
+//
+// A pattern that holds a byte rare in the file (an upper-case letter, a
+// blank, a digit in a run of letters) is searched by jumping with memchr from
+// one occurrence of its rarest byte to the next and comparing the pattern
+// around each. Which byte is rarest is counted on the first block of the file.
+// A pattern made only of common bytes is searched with shifts chosen from the
+// last two bytes of the window (a Horspool variant over byte pairs): file
+// lists are full of digits and separators that single bytes of a pattern also
+// hold, but pairs of them rarely.
+// Either way, once comparisons have cost more than a few times the bytes
+// passed (a pattern that nearly matches everywhere), the rest of the range is
+// searched by Knuth-Morris-Pratt, which is linear whatever the input.
 class Finder {
 public:
-    Finder(const char* pattern, int32_t len, bool fold) : len_(len), fold_(fold) {
-        pat_.Set(pattern, len);
+    Finder(const char* pattern, int32_t len, bool fold, const char* sample, int32_t sampleLen)
+        : pat_(pattern, pattern + len), len_(len), fold_(fold) {
         if (fold_)
-            for (int32_t i = 0; i < len_; ++i) pat_.Data()[i] = static_cast<char>(Low(pat_[i]));
-        if (len_ < 2) return;
-        const auto* p = reinterpret_cast<const unsigned char*>(pat_.c_str());
-        const auto m = static_cast<uint16_t>(len_);
-        shift_.assign(65536, m);
-        for (int a = 0; a < 256; ++a) shift_[static_cast<size_t>(a << 8 | p[0])] = static_cast<uint16_t>(m - 1);
-        for (int32_t j = 1; j < len_; ++j)
-            shift_[static_cast<size_t>(p[j - 1] << 8 | p[j])] = static_cast<uint16_t>(len_ - 1 - j);
-        // After a failed check at the candidate pair, move as if that pair
-        // ended the pattern nowhere but earlier.
-        afterMiss_ = static_cast<uint16_t>(p[0] == p[len_ - 1] ? m - 1 : m);
-        for (int32_t j = 1; j < len_ - 1; ++j)
-            if (p[j - 1] == p[len_ - 2] && p[j] == p[len_ - 1]) afterMiss_ = static_cast<uint16_t>(len_ - 1 - j);
+            for (char& c : pat_) c = static_cast<char>(Low(c));
+        if (len_ == 0) return;
+        int64_t counts[256] = {};
+        for (int32_t i = 0; i < sampleLen; ++i) ++counts[static_cast<unsigned char>(sample[i])];
+        int64_t rarest = INT64_MAX;
+        for (int32_t i = 0; i < len_; ++i) {
+            const auto c = static_cast<unsigned char>(pat_[i]);
+            const auto other = static_cast<unsigned char>(fold_ && c >= 'a' && c <= 'z' ? c - 32 : c);
+            const int64_t n = counts[c] + (other != c ? counts[other] : 0);
+            if (n < rarest) {
+                rarest = n;
+                rareAt_ = i;
+                rare_[0] = c;
+                rare_[1] = other;
+            }
+        }
+        byRareByte_ = len_ < 2 || rarest * kRareRatio <= sampleLen;
+        if (!byRareByte_) BuildPairShifts();
     }
 
     // First match in [s, e), or e.
-    const char* Find(const char* s, const char* e) const { return fold_ ? Scan<true>(s, e) : Scan<false>(s, e); }
+    const char* Find(const char* s, const char* e) {
+        if (len_ == 0) return s;
+        if (byRareByte_) return fold_ ? ByRareByte<true>(s, e) : ByRareByte<false>(s, e);
+        return fold_ ? ByPairs<true>(s, e) : ByPairs<false>(s, e);
+    }
 
 private:
-    static unsigned char Low(char c) { return QzStringUtil::ToLower(static_cast<unsigned char>(c)); }
+    // A byte is rare enough to search by when at most one byte in this many is one.
+    static constexpr int64_t kRareRatio = 64;
+    // Comparison work allowed per byte passed (and once per search) before
+    // the linear search takes over.
+    static constexpr int64_t kWorkPerByte = 8;
+    static constexpr int64_t kWorkSlack = 4096;
+
+    void BuildPairShifts() {
+        const auto* p = reinterpret_cast<const unsigned char*>(pat_.data());
+        // Shifts up to the pattern length; a shorter shift is always safe, so
+        // a pattern longer than the table's 16 bits takes the largest entry.
+        auto clamp = [](int32_t v) { return static_cast<uint16_t>(std::min(v, 65535)); };
+        shift_.assign(65536, clamp(len_));
+        for (int a = 0; a < 256; ++a) shift_[static_cast<size_t>(a << 8 | p[0])] = clamp(len_ - 1);
+        for (int32_t j = 1; j < len_; ++j)
+            shift_[static_cast<size_t>(p[j - 1] << 8 | p[j])] = clamp(len_ - 1 - j);
+        // After a failed check at the candidate pair, move as if that pair
+        // ended the pattern nowhere but earlier.
+        afterMiss_ = clamp(p[0] == p[len_ - 1] ? len_ - 1 : len_);
+        for (int32_t j = 1; j < len_ - 1; ++j)
+            if (p[j - 1] == p[len_ - 2] && p[j] == p[len_ - 1]) afterMiss_ = clamp(len_ - 1 - j);
+    }
 
     template <bool kFold>
-    const char* Scan(const char* s, const char* e) const {
-        const auto* p = reinterpret_cast<const unsigned char*>(pat_.c_str());
-        if (len_ == 0) return s;
-        if (len_ == 1) {
-            for (; s < e; ++s)
-                if ((kFold ? Low(*s) : static_cast<unsigned char>(*s)) == p[0]) return s;
-            return e;
+    const char* ByRareByte(const char* s, const char* e) {
+        if (e - s < len_) return e;
+        const char* const start = s;
+        const unsigned char a = rare_[0], b = rare_[1];
+        // Candidates are the positions of the rare byte in [from, to).
+        const char* from = s + rareAt_;
+        const char* const to = e - len_ + rareAt_ + 1;
+        // With both cases of a letter to look for, the two are searched window
+        // by window, the window growing while it holds none, so that a search
+        // ending at a near hit has not scanned far ahead for the other case.
+        int64_t window = a == b ? INT64_MAX : 256;
+        int64_t work = 0;
+        while (from < to) {
+            const char* const wend = to - from > window ? from + window : to;
+            const char* na = FindByte(from, a, wend);
+            const char* nb = a == b ? wend : FindByte(from, b, wend);
+            while (na < wend || nb < wend) {
+                const char* c;
+                if (na < nb) {
+                    c = na;
+                    na = FindByte(c + 1, a, wend);
+                } else {
+                    c = nb;
+                    nb = FindByte(c + 1, b, wend);
+                }
+                const char* const candidate = c - rareAt_;
+                const int32_t same = CommonPrefix<kFold>(candidate, pat_.data(), len_);
+                if (same == len_) return candidate;
+                work += same + 16;
+                if (work > kWorkPerByte * (c - start) + kWorkSlack) return Linear<kFold>(candidate + 1, e);
+            }
+            from = wend;
+            if (window < (1 << 20)) window *= 2;
         }
+        return e;
+    }
+
+    template <bool kFold>
+    const char* ByPairs(const char* s, const char* e) {
+        const char* const start = s;
         const int32_t m2 = len_ - 2;
+        int64_t work = 0;
         while (e - s >= len_) {
-            const unsigned a = kFold ? Low(s[m2]) : static_cast<unsigned char>(s[m2]);
-            const unsigned b = kFold ? Low(s[m2 + 1]) : static_cast<unsigned char>(s[m2 + 1]);
-            const uint16_t sh = shift_[a << 8 | b];
+            const unsigned x = kFold ? Low(s[m2]) : static_cast<unsigned char>(s[m2]);
+            const unsigned y = kFold ? Low(s[m2 + 1]) : static_cast<unsigned char>(s[m2 + 1]);
+            const uint16_t sh = shift_[x << 8 | y];
             if (sh != 0) {
                 s += sh;
                 continue;
             }
-            if (Same<kFold>(s, p, m2)) return s;
+            // The window's last pair is the pattern's; compare the rest.
+            const int32_t same = CommonPrefix<kFold>(s, pat_.data(), m2);
+            if (same == m2) return s;
+            work += same + 16;
+            if (work > kWorkPerByte * (s - start) + kWorkSlack) return Linear<kFold>(s + 1, e);
             s += afterMiss_;
         }
         return e;
     }
 
     template <bool kFold>
-    static bool Same(const char* s, const unsigned char* p, int32_t n) {
-        if (!kFold) return std::memcmp(s, p, static_cast<size_t>(n)) == 0;
-        for (int32_t i = 0; i < n; ++i)
-            if (Low(s[i]) != p[i]) return false;
-        return true;
+    const char* Linear(const char* s, const char* e) {
+        const auto* p = reinterpret_cast<const unsigned char*>(pat_.data());
+        if (border_.empty()) {
+            // border_[i]: length of the longest proper prefix of p[0..i] that is also its suffix.
+            border_.assign(static_cast<size_t>(len_), 0);
+            for (int32_t i = 1, k = 0; i < len_; ++i) {
+                while (k > 0 && p[i] != p[k]) k = border_[static_cast<size_t>(k - 1)];
+                if (p[i] == p[k]) ++k;
+                border_[static_cast<size_t>(i)] = k;
+            }
+        }
+        int32_t q = 0;  // bytes of the pattern matched so far
+        for (; s < e; ++s) {
+            const unsigned char c = kFold ? Low(*s) : static_cast<unsigned char>(*s);
+            while (q > 0 && p[q] != c) q = border_[static_cast<size_t>(q - 1)];
+            if (p[q] == c && ++q == len_) return s - (len_ - 1);
+        }
+        return e;
     }
 
-    QzString pat_;
+    std::vector<char> pat_;  // folded when fold_
     int32_t len_;
     bool fold_;
+    bool byRareByte_ = true;
+    int32_t rareAt_ = 0;              // where the rarest byte sits in the pattern
+    unsigned char rare_[2] = {0, 0};  // that byte, and its other case (the same byte if none)
     std::vector<uint16_t> shift_;
     uint16_t afterMiss_ = 1;
+    std::vector<int32_t> border_;  // for the linear search, made when first needed
 };
 
-// Counts "\n" bytes eight at a time: a byte of x is zero exactly where the
-// input held a newline, and the mask below has one bit per zero byte.
+// Counts "\n" bytes. Sixteen one-byte counters take up to 255 blocks of 16
+// bytes before they are summed: a loop the compiler turns into vector compares.
 int64_t CountNewlines(const char* s, const char* e) {
     int64_t n = 0;
-    for (; s < e && (reinterpret_cast<uintptr_t>(s) & 7) != 0; ++s) n += *s == '\n';
-    constexpr uint64_t kLow7 = 0x7F7F7F7F7F7F7F7FULL;
-    constexpr uint64_t kNewlines = 0x0A0A0A0A0A0A0A0AULL;
-    for (; e - s >= 8; s += 8) {
-        uint64_t w;
-        std::memcpy(&w, s, 8);
-        const uint64_t x = w ^ kNewlines;
-        const uint64_t zeroBytes = ~(((x & kLow7) + kLow7) | x | kLow7);
-        n += __builtin_popcountll(zeroBytes);
+    while (e - s >= 16) {
+        const int64_t blocks = std::min<int64_t>((e - s) / 16, 255);
+        unsigned char lanes[16] = {};
+        for (int64_t b = 0; b < blocks; ++b, s += 16)
+            for (int i = 0; i < 16; ++i) lanes[i] = static_cast<unsigned char>(lanes[i] + (s[i] == '\n'));
+        for (const unsigned char c : lanes) n += c;
     }
     for (; s < e; ++s) n += *s == '\n';
     return n;
@@ -208,11 +337,11 @@ bool QzFastFileReader::NextLine(const char** dataRet, int32_t* lenRet, bool* tru
 }
 
 bool QzFastFileReader::Grep(const char* pattern, bool ignoreCase, int64_t maxHits, const HitFn& onHit) {
-    const int32_t plen = pattern ? static_cast<int32_t>(std::strlen(pattern)) : -1;
-    if (plen < 0 || plen > kMaxPatternBytes) {
-        error_.Set(plen < 0 ? "bad_argument: pattern was NULL" : "error_pattern_is_too_long");
+    if (!pattern || std::strlen(pattern) > static_cast<size_t>(kMaxPatternBytes)) {
+        error_.Set(pattern ? "error_pattern_is_too_long" : "bad_argument: pattern was NULL");
         return false;
     }
+    const auto plen = static_cast<int32_t>(std::strlen(pattern));
     if (!buf_ || handle_ == QzOs::kInvalidHandle) {
         if (error_.IsEmpty()) error_.Set("error_file_not_open");
         return false;
@@ -229,7 +358,9 @@ bool QzFastFileReader::Grep(const char* pattern, bool ignoreCase, int64_t maxHit
         }
         return error_.IsEmpty();
     }
-    const Finder finder(pattern, plen, ignoreCase);
+    // The rarest byte of the pattern is chosen by counting the first block.
+    if (begin_ == end_ && !Fill() && !error_.IsEmpty()) return false;
+    Finder finder(pattern, plen, ignoreCase, buf_ + begin_, std::min(end_ - begin_, kSampleBytes));
 
     // A line that outgrew the buffer: its head is kept for display, only the
     // last plen-1 bytes stay in the buffer so a match across refills is found.

@@ -15,6 +15,7 @@ public:
     static constexpr int32_t kDefaultChunkBytes = 4 << 20;
     static constexpr int32_t kMaxKeptLineBytes = 1 << 20;
     static constexpr int32_t kMaxPatternBytes = 64 << 10;
+    static constexpr int32_t kSampleBytes = 1 << 20;  // bytes counted to find a pattern's rarest byte
 
     explicit QzFastFileReader(int32_t chunkBytes = kDefaultChunkBytes);
     QzFastFileReader(const QzFastFileReader&) = delete;

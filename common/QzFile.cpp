@@ -59,7 +59,7 @@ bool CreateDirectoryRecursive(const char* path) {
 }
 
 QzString OpenFailureText(uint32_t err) {
-    if (err == QzOs::ErrSharingViolation) return QzCat("Another_Process_Has_File_Open_", err);
+    if (err == QzOs::ErrSharingViolation) return QzString("Another_Process_Has_File_Open_");
     return QzCat("error_win32_CreateF_failed_", err, err == QzOs::ErrAccessDenied ? "_ERROR_ACCESS_DENIED" : "");
 }
 

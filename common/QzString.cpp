@@ -144,10 +144,17 @@ bool QzString::Reserve(int32_t n, bool generous) {
     return true;
 }
 
-void QzString::SetLength(int32_t len) {
-    if (!buf_ || len < 0 || len >= cap_) return;
+bool QzString::SetLength(int32_t len) {
+    if (!buf_) return len == 0;
+    if (len < 0 || len >= cap_) return false;
     len_ = len;
     buf_[len_] = '\0';
+    return true;
+}
+
+bool QzString::IsOwnSlice(const char* text, int32_t len, bool* insideRet) const {
+    *insideRet = buf_ && text >= buf_ && text < buf_ + cap_;
+    return !*insideRet || static_cast<int64_t>(text - buf_) + len <= len_;
 }
 
 bool QzString::Set(const char* text) {
@@ -156,10 +163,11 @@ bool QzString::Set(const char* text) {
 }
 
 bool QzString::Set(const char* text, int32_t len) {
-    if (len < 0) return false;
-    if (text == buf_ && buf_) {  // assigning a prefix of ourselves
-        SetLength(len);
-        return true;
+    bool inside;
+    if (len < 0 || !IsOwnSlice(text, len, &inside)) return false;
+    if (inside) {  // a slice of our own text: move it to the front
+        std::memmove(buf_, text, static_cast<size_t>(len));
+        return SetLength(len);
     }
     Clear();
     return Append(text, len);
@@ -179,7 +187,8 @@ bool QzString::Append(const char* text, int32_t len) {
     const int64_t need = static_cast<int64_t>(len_) + len + 1;
     if (need + 6 > kMaxCapacity) return false;
     // The text may point into our own buffer, which Reserve can move.
-    const bool inside = buf_ && text >= buf_ && text < buf_ + cap_;
+    bool inside;
+    if (!IsOwnSlice(text, len, &inside)) return false;
     const int64_t offset = inside ? text - buf_ : 0;
     if (!Reserve(static_cast<int32_t>(need), true)) return false;
     if (inside) text = buf_ + offset;

@@ -36,11 +36,16 @@ public:
 
     void Clear() { SetLength(0); }
     void Free();
-    void SetLength(int32_t len);  // len must be within the current length or capacity
+    // Sets the length and writes the terminator, for text written through
+    // Data() after a Reserve. False, changing nothing, when len is negative or
+    // leaves no room for the terminator within the capacity.
+    bool SetLength(int32_t len);
     void Truncate(int32_t len) {
         if (len >= 0 && len < len_) SetLength(len);
     }
 
+    // Text may be a slice of this string's own text; a slice reaching past
+    // the current length is refused (false, nothing changed).
     bool Set(const char* text);
     bool Set(const char* text, int32_t len);
     bool Set(const QzString& other) { return Set(other.c_str(), other.len_); }
@@ -71,6 +76,10 @@ public:
     bool ContainsIgnoreCase(const char* needle) const { return FindIgnoreCase(needle) >= 0; }
 
 private:
+    // Whether text points into our buffer (*insideRet); false when such a
+    // slice would reach past the current text into unwritten bytes.
+    bool IsOwnSlice(const char* text, int32_t len, bool* insideRet) const;
+
     char* buf_ = nullptr;
     int32_t len_ = 0;
     int32_t cap_ = 0;

@@ -103,7 +103,7 @@ void BuildReport(const std::vector<DrivePing>& drives, QzString* reportRet, QzSt
 
 }  // namespace
 
-void PingDrivesThatAreSelectedForBackup(QzString* reportRet) {
+void PingDrivesThatAreSelectedForBackup() {
     const uint32_t pid = QzSystem::GetProcessId();
     QzInfoManager::ReadControlPanelSettingsFromQzInfoXmlFile();
     std::vector<DrivePing> drives;
@@ -144,11 +144,4 @@ void PingDrivesThatAreSelectedForBackup(QzString* reportRet) {
         QzCat("PingDrivesThatAreSelectedForBackup: (processId=", pid, ") -   after pinging the drives",
               allOk ? ", signConnect=true," : ", signConnect=false,", "  todayDateTimeStr=", Now(),
               ",     driveReport=", report, "___abstr=", abstract));
-    if (reportRet)
-        *reportRet =
-            QzCat(report, "___abstr=", abstract, allOk ? ", signConnect=true" : ", signConnect=false");
-}
-
-void PingDrivesThatAreSelectedForBackup() {
-    PingDrivesThatAreSelectedForBackup(nullptr);
 }

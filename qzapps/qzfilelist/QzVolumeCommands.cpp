@@ -121,10 +121,9 @@ int CmdCloneQzVolToDataDir(const Args&) {
     return 0;
 }
 
+// Prints nothing: the drive reports go to the log.
 int CmdPingDrives(const Args&) {
-    QzString report;
-    PingDrivesThatAreSelectedForBackup(&report);
-    std::printf("driveReport=%s\n", report.c_str());
+    PingDrivesThatAreSelectedForBackup();
     return 0;
 }
 

@@ -33,5 +33,3 @@ void DispatchCommandLine();
 // Wakes every volume selected for backup by writing small files into its
 // marker folder, and logs a drive report before and after.
 void PingDrivesThatAreSelectedForBackup();
-// The same, handing back the drive report after the ping (for the switch).
-void PingDrivesThatAreSelectedForBackup(QzString* reportRet);

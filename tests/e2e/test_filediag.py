@@ -177,8 +177,11 @@ def test_open_file_exclusive_holds_the_file(m):
         check("could not read for intReason=3, strReason=QZ_FILE_TEMPORARY_FILE_BUSY" in r.stdout, r.stdout)
         r = m.run("-open_file_exclusive", "D:\\x\\held.txt")
         check_eq(r.stdout, "Opening this file exclusively: D:\\x\\held.txt\nFile exists but "
-                 "QzOpenFileReadOnlyExclusive Failed on: D:\\x\\held.txt, errStr=Another_Process_Has_File_Open_32\n",
+                 "QzOpenFileReadOnlyExclusive Failed on: D:\\x\\held.txt, errStr=Another_Process_Has_File_Open_\n",
                  "second holder")
+        r = m.run("-grep", "x", "D:\\x\\held.txt")
+        check_eq(r.stdout, "An error occurred, is the file readable?, errStr=Another_Process_Has_File_Open_\n",
+                 "grep of a held file")
     finally:
         p.kill()
         p.wait()
@@ -252,6 +255,24 @@ def test_grep_and_igrep(m):
              f"Line 1: {lines[0]}\nLine 2: {lines[1]}\nLine 4: {lines[3]}\nDone.\n", "-igrep")
     r = m.run("-grep", "x", "D:\\lists\\none.dat")
     check_eq(r.stdout, "File does not exist: D:\\lists\\none.dat\n", "missing file")
+
+
+def test_grep_with_the_longest_patterns(m):
+    """A pattern of 64 KiB is searched like any other and a longer one is refused with the row's error text.
+    A Windows command line holds at most 32,767 characters, so under Wine the pattern is as long as fits."""
+    longest = 65536 if m.platform == "native" else 32000
+    unit = "C:\\Users\\Bob\\Documents\\"
+    pat = (unit * (longest // len(unit) + 1))[:longest]
+    near = pat[:longest // 2] + "#" + pat[longest // 2 + 1:]
+    make_tree(m, {"big.dat": "\n".join(["C:\\Users\\Bob\\a.txt", near, pat[1:], "x" + pat + "y", pat[:-1]]) + "\n"})
+    want = f"Grep returned the following for file: D:\\big.dat\nLine 4: x{pat}y\nDone.\n"
+    for switch, p in (("-grep", pat), ("-igrep", pat.upper())):
+        r = m.run(switch, p, "D:\\big.dat")
+        check(r.stdout == want, f"{switch} of {len(p)} bytes: {r.stdout[:300]!r} ... {r.stdout[-100:]!r}")
+    if m.platform == "native":
+        r = m.run("-grep", pat + "s", "D:\\big.dat")
+        check_eq(r.stdout, "Grep returned the following for file: D:\\big.dat\n"
+                 "An error occurred, is the file readable?, errStr=error_pattern_is_too_long\n", "65,537 bytes")
 
 
 def test_grep_stops_at_10000_hits(m):

@@ -110,6 +110,14 @@ bool ModelValidUtf16(const std::vector<char16_t>& w) {
     return true;
 }
 
+// A path longer than 250 bytes gets the long-path prefix unless it has it;
+// a network path "\\server\share\..." takes its UNC form "\\?\UNC\server\share\...".
+std::string ModelPathForm(std::string_view path) {
+    if (path.size() <= 250 || path.substr(0, 4) == "\\\\?\\") return std::string(path);
+    if (path.substr(0, 2) == "\\\\") return "\\\\?\\UNC\\" + std::string(path.substr(2));
+    return "\\\\?\\" + std::string(path);
+}
+
 // Self-appends double the string; past this size they are skipped.
 constexpr size_t kMaxModel = 1 << 12;
 
@@ -118,7 +126,7 @@ void StringProgram(FuzzedDataProvider& fdp) {
     std::string model;
     const int steps = fdp.ConsumeIntegralInRange<int>(0, 64);
     for (int step = 0; step < steps && fdp.remaining_bytes() > 0; ++step) {
-        const int op = fdp.ConsumeIntegralInRange<int>(0, 19);
+        const int op = fdp.ConsumeIntegralInRange<int>(0, 20);
         switch (op) {
             case 0: {  // Append with a length: every byte, NULs included
                 const std::string t = fdp.ConsumeRandomLengthString(80);
@@ -246,19 +254,25 @@ void StringProgram(FuzzedDataProvider& fdp) {
                     Check(s.Append(s), "Append(self) failed");
                     model += model;
                 } else {
+                    // Slices may reach past the text into unwritten bytes or
+                    // past the buffer: those are refused and change nothing.
                     const size_t at = fdp.ConsumeIntegralInRange<size_t>(0, model.size() - 1);
-                    const size_t n = fdp.ConsumeIntegralInRange<size_t>(0, model.size() - at);
-                    Check(s.Append(s.c_str() + at, static_cast<int32_t>(n)), "Append(own slice) failed");
-                    model += model.substr(at, n);
+                    const size_t n = fdp.ConsumeIntegralInRange<size_t>(0, model.size() - at + 40);
+                    const bool fits = at + n <= model.size();
+                    Check(s.Append(s.c_str() + at, static_cast<int32_t>(n)) == fits, "Append(own slice) differs",
+                          static_cast<long long>(n), fits);
+                    if (fits) model += model.substr(at, n);
                 }
                 break;
             }
-            case 16: {  // setting to a slice of ourselves
+            case 16: {  // setting to a slice of ourselves, refused where it reaches past the text
                 if (model.empty()) break;
                 const size_t at = fdp.ConsumeIntegralInRange<size_t>(0, model.size() - 1);
-                const size_t n = fdp.ConsumeIntegralInRange<size_t>(0, model.size() - at);
-                Check(s.Set(s.c_str() + at, static_cast<int32_t>(n)), "Set(own slice) failed");
-                model = model.substr(at, n);
+                const size_t n = fdp.ConsumeIntegralInRange<size_t>(0, model.size() - at + 40);
+                const bool fits = at + n <= model.size();
+                Check(s.Set(s.c_str() + at, static_cast<int32_t>(n)) == fits, "Set(own slice) differs",
+                      static_cast<long long>(n), fits);
+                if (fits) model = model.substr(at, n);
                 break;
             }
             case 17: {  // copies and moves keep the value and leave the source usable
@@ -283,6 +297,19 @@ void StringProgram(FuzzedDataProvider& fdp) {
                 const int32_t n = fdp.ConsumeIntegralInRange<int32_t>(-5, -1);
                 Check(!s.Append("x", n), "Append with a negative length succeeded", n);
                 Check(!s.Set("x", n), "Set with a negative length succeeded", n);
+                break;
+            }
+            case 20: {  // text written through Data() after a Reserve, then SetLength
+                const std::string t = fdp.ConsumeRandomLengthString(40);
+                const int32_t len = s.Length();
+                const auto n = static_cast<int32_t>(t.size());
+                Check(s.Reserve(len + n + 1), "Reserve before writing through Data() failed");
+                std::memcpy(s.Data() + len, t.data(), t.size());
+                Check(s.SetLength(len + n), "SetLength within the capacity failed", len + n, s.Capacity());
+                model += t;
+                // Lengths without room for the terminator are refused.
+                Check(!s.SetLength(s.Capacity()), "SetLength(capacity) succeeded", s.Capacity());
+                Check(!s.SetLength(fdp.ConsumeIntegralInRange<int32_t>(INT32_MIN, -1)), "negative SetLength succeeded");
                 break;
             }
         }

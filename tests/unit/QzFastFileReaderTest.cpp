@@ -2,7 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cctype>
+#include <iterator>
+#include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "TestScratch.h"
@@ -18,7 +23,7 @@ struct Hit {
 
 std::vector<Hit> Grep(const std::string& content, const char* pattern, bool ignoreCase, int64_t max = 10000,
                       int32_t chunk = 0) {
-    const QzString path = QzCat(QzTest::NewScratchSubdir("grep"), "list.dat");
+    static const QzString path = QzCat(QzTest::NewScratchSubdir("grep"), "list.dat");
     EXPECT_TRUE(QzTest::WriteFile(path, content));
     QzFastFileReader reader(chunk);
     EXPECT_TRUE(reader.Open(path.c_str())) << reader.Error().c_str();
@@ -26,6 +31,29 @@ std::vector<Hit> Grep(const std::string& content, const char* pattern, bool igno
     EXPECT_TRUE(reader.Grep(pattern, ignoreCase, max, [&](int64_t n, const char* s, int32_t len, bool cut) {
         hits.push_back({n, std::string(s, static_cast<size_t>(len)), cut});
     }));
+    return hits;
+}
+
+std::string Folded(std::string s) {
+    for (char& c : s)
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
+    return s;
+}
+
+// The hits a plain line-by-line search finds: lines split at "\n" are
+// searched whole and shown without one "\r" before the "\n".
+std::vector<Hit> PlainGrep(const std::string& content, const std::string& pattern, bool ignoreCase) {
+    std::vector<Hit> hits;
+    const std::string pat = ignoreCase ? Folded(pattern) : pattern;
+    size_t at = 0;
+    for (int64_t n = 1; at < content.size(); ++n) {
+        size_t end = content.find('\n', at);
+        if (end == std::string::npos) end = content.size();
+        const std::string line = content.substr(at, end - at);
+        if ((ignoreCase ? Folded(line) : line).find(pat) != std::string::npos)
+            hits.push_back({n, line.substr(0, line.size() - (!line.empty() && line.back() == '\r')), false});
+        at = end + 1;
+    }
     return hits;
 }
 
@@ -61,6 +89,98 @@ TEST(QzFastFileReader, GrepReportsLineNumbersAndFoldsOnlyAscii) {
     EXPECT_EQ(Grep(text, "", false).size(), 6u);         // an empty pattern matches every line
     EXPECT_TRUE(Grep(text, "a.txt\nC", false).empty());  // a pattern cannot span lines
     EXPECT_TRUE(Grep("", "x", false).empty());
+}
+
+TEST(QzFastFileReader, GrepAgreesWithAPlainSearch) {
+    // Small alphabets make every byte common and near matches frequent; one
+    // byte in 200 comes from a second set, rare enough to search by.
+    const std::pair<std::string, std::string> alphabets[] = {
+        {"ab", "Z"}, {"aab\\", "B\r"}, {"abcAB \\_0", "Qq"}, {"xyz0123456789_\\.:C", " "}};
+    std::mt19937 rnd(20240611);
+    auto pick = [&](size_t n) { return static_cast<size_t>(rnd() % n); };
+    for (int round = 0; round < 250; ++round) {
+        const auto& [common, rare] = alphabets[pick(std::size(alphabets))];
+        std::string text;
+        for (size_t lines = pick(40); lines > 0; --lines) {
+            for (size_t len = pick(8) == 0 ? 200 + pick(400) : pick(60); len > 0; --len)
+                text += pick(200) == 0 ? rare[pick(rare.size())] : common[pick(common.size())];
+            text += "\n";
+        }
+        if (pick(2) == 0 && !text.empty()) text.pop_back();  // a last line without "\n"
+        std::string pattern;
+        const size_t rareAt = text.find_first_of(rare, text.empty() ? 0 : pick(text.size()));
+        if (rareAt != std::string::npos && pick(2) == 0) {  // around a rare byte
+            const size_t before = std::min(rareAt, pick(6));
+            pattern = text.substr(rareAt - before, before + 1 + pick(6));
+        } else if (!text.empty() && pick(2) == 0) {  // anywhere, maybe across a line end
+            pattern = text.substr(pick(text.size()), 1 + pick(12));
+        } else {
+            for (size_t k = 1 + pick(6); k > 0; --k) pattern += common[pick(common.size())];
+        }
+        for (char& c : pattern)  // swap the case of some letters
+            if (pick(3) == 0 && std::isalpha(static_cast<unsigned char>(c))) c = static_cast<char>(c ^ 0x20);
+        for (const bool ignoreCase : {false, true}) {
+            const std::vector<Hit> want = pattern.find('\n') != std::string::npos
+                                              ? std::vector<Hit>{}
+                                              : PlainGrep(text, pattern, ignoreCase);
+            EXPECT_EQ(Grep(text, pattern.c_str(), ignoreCase), want)
+                << "round " << round << ", pattern \"" << pattern << "\", ignoreCase " << ignoreCase;
+        }
+    }
+}
+
+TEST(QzFastFileReader, PatternsUpTo64KiBAreFoundExactlyAndLongerOnesRefused) {
+    const int32_t max = QzFastFileReader::kMaxPatternBytes;
+    // A pattern of bytes common in the file and one whose rarest byte is
+    // rare, at both ends of the accepted lengths.
+    for (const bool common : {true, false}) {
+        for (const int32_t len : {max - 1, max}) {
+            std::string pat;
+            while (static_cast<int32_t>(pat.size()) < len)
+                pat += common ? "C:\\Users\\Bob\\Docs\\" : "aaaaaaaaaaaQ";
+            pat.resize(static_cast<size_t>(len));
+            std::string nearMiss = pat;
+            nearMiss[static_cast<size_t>(len / 2)] ^= 1;
+            const std::string text = "C:\\Users\\Bob\\a.txt\n" + nearMiss + "\n" + pat.substr(1) + "\nx" +
+                                     pat + "y\n" + pat.substr(0, static_cast<size_t>(len - 1)) + "\n";
+            const std::vector<Hit> want{{4, "x" + pat + "y", false}};
+            EXPECT_EQ(Grep(text, pat.c_str(), false, 10000, 1), want) << len;
+            std::string upper = pat;
+            for (char& c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+            EXPECT_EQ(Grep(text, upper.c_str(), true, 10000, 1), want) << len;
+        }
+    }
+    const QzString path = QzCat(QzTest::NewScratchSubdir("toolong"), "list.dat");
+    ASSERT_TRUE(QzTest::WriteFile(path, "abc\n"));
+    QzFastFileReader reader;
+    ASSERT_TRUE(reader.Open(path.c_str()));
+    EXPECT_FALSE(
+        reader.Grep(std::string(static_cast<size_t>(max) + 1, 'a').c_str(), false, 10, [](auto...) {}));
+    EXPECT_STREQ(reader.Error().c_str(), "error_pattern_is_too_long");
+}
+
+TEST(QzFastFileReader, PatternsThatNearlyMatchEverywhereAreSearchedInLinearTime) {
+    // Over a 4 MiB run of one byte, each window of these patterns agrees for
+    // tens of thousands of bytes before it differs: comparing at every
+    // position would take minutes, a linear search milliseconds.
+    std::string prefix;  // more than the counted first block, where "b" and "c" are common and "Q" absent
+    while (prefix.size() < (1u << 20) + 1000) prefix += "abc\\abba\\bab.dat\n";
+    std::string periodic;
+    while (periodic.size() < 15000) periodic += "ab";
+    const std::pair<std::string, std::string> cases[] = {
+        {std::string(30000, 'a') + "b" + std::string(30000, 'a'), "a"},  // made of common bytes
+        {periodic + "c" + periodic, "ab"},                               // the same, with a period of two
+        {std::string(30001, 'Q') + "R", "Q"}};  // starts with a byte absent from the first block
+    for (const auto& [pat, unit] : cases) {
+        std::string run;
+        while (run.size() < (4u << 20)) run += unit;
+        const std::string text = prefix + run + "\n" + run + pat + "\n";
+        for (const bool ignoreCase : {false, true}) {
+            const std::vector<Hit> hits = Grep(text, pat.c_str(), ignoreCase, 10);
+            ASSERT_EQ(hits.size(), 1u);
+            EXPECT_EQ(hits[0].line, static_cast<int64_t>(std::count(prefix.begin(), prefix.end(), '\n')) + 2);
+        }
+    }
 }
 
 TEST(QzFastFileReader, HitsAcrossChunkBoundariesKeepTheirLineNumbers) {

@@ -56,7 +56,7 @@ TEST(QzFileRead, ReadsWholeFilesAndNamesEachFailure) {
     // Another process holding the file without sharing.
     QzOs::Handle h;
     ASSERT_EQ(QzOs::OpenFile(file.c_str(), QzOs::OpenMode::ReadExclusive, &h), QzOs::ErrSuccess);
-    EXPECT_EQ(ReadError(file.c_str()), "Another_Process_Has_File_Open_32");
+    EXPECT_EQ(ReadError(file.c_str()), "Another_Process_Has_File_Open_");
     QzOs::CloseFile(h);
 
     // Over one gigabyte is refused before anything is allocated.

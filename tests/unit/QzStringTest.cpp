@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
 
 #include "QzUtf16String.h"
@@ -121,9 +122,39 @@ TEST(QzString, CopyMoveAndTruncate) {
     c.Truncate(-1);  // nonsense lengths change nothing
     EXPECT_STREQ(c.c_str(), "hello");
     EXPECT_FALSE(c.Reserve(-5));
-    c.Set(c.c_str(), 2);
-    EXPECT_STREQ(c.c_str(), "he");
     EXPECT_TRUE(QzCat("a", 1, "b", -2LL, QzString("c")).Equals("a1b-2c"));
+}
+
+TEST(QzString, OwnSlicesAndLengthsNeverReachUnwrittenBytes) {
+    QzString s("hello world");
+    ASSERT_TRUE(s.Reserve(100));
+    const int32_t cap = s.Capacity();
+    // Slices of our own text: a prefix, a middle part, refused past the text.
+    EXPECT_FALSE(s.Set(s.c_str(), 50));       // within the capacity, past the text
+    EXPECT_FALSE(s.Set(s.c_str(), cap + 5));  // past the capacity
+    EXPECT_FALSE(s.Set(s.c_str() + 6, 6));    // "world" plus one byte past the terminator
+    EXPECT_FALSE(s.Append(s.c_str() + 6, 20));
+    EXPECT_STREQ(s.c_str(), "hello world");
+    EXPECT_EQ(s.Length(), 11);
+    EXPECT_TRUE(s.Set(s.c_str() + 6, 5));
+    EXPECT_STREQ(s.c_str(), "world");
+    EXPECT_TRUE(s.Set(s.c_str(), 2));
+    EXPECT_STREQ(s.c_str(), "wo");
+    EXPECT_TRUE(s.Set(s.c_str()));  // the whole text, terminator and all
+    EXPECT_STREQ(s.c_str(), "wo");
+
+    // Text written through Data() is taken in by SetLength; a length with no
+    // room for the terminator is refused.
+    std::memcpy(s.Data() + 2, "rld", 3);
+    EXPECT_TRUE(s.SetLength(5));
+    EXPECT_STREQ(s.c_str(), "world");
+    EXPECT_FALSE(s.SetLength(cap));
+    EXPECT_FALSE(s.SetLength(-1));
+    EXPECT_EQ(s.Length(), 5);
+    EXPECT_TRUE(s.SetLength(cap - 1));
+    QzString none;
+    EXPECT_TRUE(none.SetLength(0));
+    EXPECT_FALSE(none.SetLength(1));
 }
 
 TEST(QzUtf16String, ConvertsBothWaysAndPrefixesLongPaths) {
