@@ -32,7 +32,7 @@ bool CreateDirectoryRecursive(const char* path);
 // ---- reading ----
 constexpr int64_t kMaxWholeFileBytes = 1024LL * 1024 * 1024;
 // Why a file could not be opened or read, in the reader's words:
-// "Another_Process_Has_File_Open_32", "error_win32_CreateF_failed_<n>",
+// "Another_Process_Has_File_Open_", "error_win32_CreateF_failed_<n>",
 // "error_win32_ReadFile_failed_GetLastError_<n>", with "_ERROR_ACCESS_DENIED"
 // appended where the code is 5.
 QzString OpenFailureText(uint32_t err);
