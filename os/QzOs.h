@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "QzString.h"
@@ -233,5 +234,25 @@ namespace QzOs {
 // The six-byte hardware address of the first network adapter that has one
 // (loopback and all-zero addresses are skipped); false when there is none.
 bool GetFirstAdapterHardwareAddress(unsigned char mac[6]);
+
+}  // namespace QzOs
+
+// ---- registry enumeration, for the installed-programs report ----
+namespace QzOs {
+
+// The two views of the registry a 64-bit Windows keeps: the native one and
+// the one 32-bit programs see (WOW6432Node).
+enum class RegistryView { Native64, Wow32 };
+
+struct RegistryKeyStrings {
+    QzString keyName;
+    // Name and text of every string value (REG_SZ, REG_EXPAND_SZ) of the key.
+    std::vector<std::pair<QzString, QzString>> strings;
+};
+
+// Every direct subkey of an HKEY_LOCAL_MACHINE key in the given view, each
+// with its string values, in the order the registry returns them. The POSIX
+// build has no registry: ErrNotSupported.
+uint32_t ReadRegistrySubkeyStrings(const char* keyPath, RegistryView view, std::vector<RegistryKeyStrings>* keysRet);
 
 }  // namespace QzOs

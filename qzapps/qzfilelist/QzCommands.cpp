@@ -10,6 +10,7 @@
 #include "QzInfoManager.h"
 #include "QzLog.h"
 #include "QzOs.h"
+#include "QzReports.h"
 #include "QzSystem.h"
 #include "QzTime.h"
 #include "QzUtil.h"
@@ -87,6 +88,16 @@ int PrintRam(const Args&) {
     return 0;
 }
 
+int CreateQzservPermReport(const Args&) {
+    QzString path;
+    if (QzReports::WriteServicePermissionReport(&path)) {
+        std::printf("Wrote service permission report: %s\n", path.c_str());
+    } else {
+        std::printf("ERROR: could not write service permission report: %s\n", path.c_str());
+    }
+    return 0;
+}
+
 int UrgentFirstInstall(const Args&) {
     g_urgentRun = true;
     g_firstInstallTime = true;
@@ -145,7 +156,7 @@ const Command kCommands[] = {
     {"-merge_exclude_rules", Operands::None, CmdMergeExcludeRules},
     {"-attempt_run_qztransmit64", Operands::None, CmdUnavailable},
     {"-log_install_event", Operands::Two, CmdUnavailable},
-    {"-create_qzserv_perm_report", Operands::None, CmdUnavailable},
+    {"-create_qzserv_perm_report", Operands::None, CreateQzservPermReport},
     {"-diagnose_read_problem", Operands::One, CmdDiagnoseReadProblem},
     {"-open_file_exclusive", Operands::One, CmdOpenFileExclusive},
     {"-fileinfo", Operands::One, CmdFileInfo},
