@@ -175,7 +175,13 @@ void Prepare(QzScanState& run) {
     }
     run.listsByDepth.reserve(QzScanState::kMaxDepth + 2);
 
-    // 5: the three-hour lock.
+    // 5: the three-hour lock. Without a data directory there are no settings
+    // to scan by, and nothing is created where the client keeps none.
+    if (!QzFile::DirExists(QzFile::GetDataDir().c_str())) {
+        QzLog::WriteLine(
+            QzCat("ERROR: qzinfo.xml did not exist, exiting! -> ", DataPath(DataFile::Settings)));
+        ExitQzFileList(0);
+    }
     QzFile::CreateDirectoryRecursive(DataPath(DataFile::FileListsFolder).c_str());
     std::unique_ptr<QzLock::FileBasedLock> lock = QzLock::GrabFileBasedLock(run.lockPath, 10800, 3);
     if (!lock) {
