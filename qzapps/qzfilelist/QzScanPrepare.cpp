@@ -123,6 +123,27 @@ void BuildFreshTopDirs(QzScanState& run) {
         ReleaseLockAndExit(run, 0);
 }
 
+// The large-file lines the restarted volume had already given: its walk
+// gives them again.
+void DropBigFileLinesOfVolume(const QzString& volume) {
+    const QzString path = DataPath(DataFile::BigFileListFuture);
+    QzString text, err;
+    if (QzFile::ReadFilePatiently(path.c_str(), &text, QzFile::ReadPolicy{}, &err) != QzFile::ReadStatus::Ok)
+        return;
+    std::vector<QzString> lines;
+    QzFile::SplitIntoLines(text.c_str(), text.Length(), &lines);
+    QzString kept;
+    for (const QzString& line : lines) {
+        // "t|f" TAB size TAB path
+        const int32_t tab = line.Find("\t", 2);
+        const QzString linePath(tab < 0 ? "" : line.c_str() + tab + 1);
+        if (linePath.StartsWithIgnoreCase(volume.c_str())) continue;
+        kept.Append(line);
+        kept.AppendChar('\n');
+    }
+    QzFile::WriteFileAtomically(path, kept);
+}
+
 // A resumed run continues at the first entry of the volume that was being
 // walked: that volume's ".future" list may end in part of an interrupted
 // directory, so it is started again, while the lists of the volumes already
@@ -139,6 +160,7 @@ void RestartInterruptedVolume(QzScanState& run) {
     if (QzTopDirsFile::ExtractVolumePath(dir, &volume)) {
         QzUiUtil::GetPerVolumeFileListName(vguid, volume, &name);
         QzFile::DeleteFileIfExists(QzCat(name, ".future").c_str());
+        DropBigFileLinesOfVolume(volume);
     }
     Log(run, QzCat(" resuming at the first entry of its volume, startAtDir=", first, " instead of ",
                    t.startAtDir));
