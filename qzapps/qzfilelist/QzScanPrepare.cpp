@@ -80,18 +80,18 @@ void LogAlertLevels(const QzScanState& run) {
         QzLog::WriteLine("All_Volume_Defcon_Level=Call_failed");
         return;
     }
-    QzString text = QzCat("All_Volume_Defcon_Level=", level, ", listing ",
-                          static_cast<long long>(records.size()), " volumes below:\n");
+    // One log line each, so that every line of the log keeps its time and process id.
+    QzLog::WriteLine(QzCat("All_Volume_Defcon_Level=", level, ", listing ",
+                           static_cast<long long>(records.size()), " volumes below:\n"));
     for (size_t i = 0; i < records.size(); ++i) {
         const QzVolDefconRecord& r = records[i];
-        text.Append(QzCat("                   defcon_volume_index=", static_cast<long long>(i),
-                          ", qzVol_defconLevel=", r.defconLevel,
-                          ", qzVol_lastFileListedInDays=", r.lastFileListedInDays,
-                          r.lastFileListedInDays < 10 ? " " : "", ", qzVol_lastSeenInDays=", r.lastSeenInDays,
-                          ", qzVol_lastFilePushedInDays=", r.lastFilePushedInDays,
-                          ", mountPointPath=", r.mountPoint, "\n"));
+        QzLog::WriteLine(QzCat(
+            "                   defcon_volume_index=", static_cast<long long>(i),
+            ", qzVol_defconLevel=", r.defconLevel, ", qzVol_lastFileListedInDays=", r.lastFileListedInDays,
+            r.lastFileListedInDays < 10 ? " " : "", ", qzVol_lastSeenInDays=", r.lastSeenInDays,
+            ", qzVol_lastFilePushedInDays=", r.lastFilePushedInDays, ", mountPointPath=", r.mountPoint,
+            "\n"));
     }
-    QzLog::WriteLine(text);
 }
 
 void FindElevatedDrive(QzScanState& run) {
@@ -125,6 +125,27 @@ void BuildFreshTopDirs(QzScanState& run) {
         ReleaseLockAndExit(run, 0);
 }
 
+// The large-file lines the restarted volume had already given: its walk
+// gives them again.
+void DropBigFileLinesOfVolume(const QzString& volume) {
+    const QzString path = DataPath(DataFile::BigFileListFuture);
+    QzString text, err;
+    if (QzFile::ReadFilePatiently(path.c_str(), &text, QzFile::ReadPolicy{}, &err) != QzFile::ReadStatus::Ok)
+        return;
+    std::vector<QzString> lines;
+    QzFile::SplitIntoLines(text.c_str(), text.Length(), &lines);
+    QzString kept;
+    for (const QzString& line : lines) {
+        // "t|f" TAB size TAB path
+        const int32_t tab = line.Find("\t", 2);
+        const QzString linePath(tab < 0 ? "" : line.c_str() + tab + 1);
+        if (linePath.StartsWithIgnoreCase(volume.c_str())) continue;
+        kept.Append(line);
+        kept.AppendChar('\n');
+    }
+    QzFile::WriteFileAtomically(path, kept);
+}
+
 // A resumed run continues at the first entry of the volume that was being
 // walked: that volume's ".future" list may end in part of an interrupted
 // directory, so it is started again, while the lists of the volumes already
@@ -141,6 +162,7 @@ void RestartInterruptedVolume(QzScanState& run) {
     if (QzTopDirsFile::ExtractVolumePath(dir, &volume)) {
         QzUiUtil::GetPerVolumeFileListName(vguid, volume, &name);
         QzFile::DeleteFileIfExists(QzCat(name, ".future").c_str());
+        DropBigFileLinesOfVolume(volume);
     }
     Log(run, QzCat(" resuming at the first entry of its volume, startAtDir=", first, " instead of ",
                    t.startAtDir));
@@ -177,7 +199,13 @@ void Prepare(QzScanState& run) {
     }
     run.listsByDepth.reserve(QzScanState::kMaxDepth + 2);
 
-    // 5: the three-hour lock.
+    // 5: the three-hour lock. Without a data directory there are no settings
+    // to scan by, and nothing is created where the client keeps none.
+    if (!QzFile::DirExists(QzFile::GetDataDir().c_str())) {
+        QzLog::WriteLine(
+            QzCat("ERROR: qzinfo.xml did not exist, exiting! -> ", DataPath(DataFile::Settings)));
+        ExitQzFileList(0);
+    }
     QzFile::CreateDirectoryRecursive(DataPath(DataFile::FileListsFolder).c_str());
     std::unique_ptr<QzLock::FileBasedLock> lock = QzLock::GrabFileBasedLock(run.lockPath, 10800, 3);
     if (!lock) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "QzDataPaths.h"
 #include "QzFile.h"
 #include "QzFileInfo.h"
 #include "QzFileRead.h"
@@ -94,16 +95,29 @@ bool BecomesEntry(const QzFileInfo& info) {
     if (IsSkippedTopLevelDir(info.fullPath)) return false;
     QzString path = info.fullPath;
     QzString why;
+    // A name with a line break is logged once, by the writer of the parent's
+    // files, which meets it as an entry of its listing.
     if (QzPathAnomaly::CheckEntryPath(&path, QzPathAnomaly::kBackslashPlatform, &why) !=
-        QzPathAnomaly::EntryVerdict::Keep) {
-        if (!why.IsEmpty()) QzLog::WriteLine(why);
+        QzPathAnomaly::EntryVerdict::Keep)
         return false;
-    }
     if (QzPathAnomaly::CheckDirectoryPath(path, &why) != QzPathAnomaly::DirVerdict::Enter) {
         QzLog::WriteLine(why);
         return false;
     }
     return !QzInfoManager::DirIsExcludedFromBackupInQzInfo(info.fullPath);
+}
+
+// The walk lists the root and the top-level folders again and logs what it
+// meets there (names that cannot be converted, mounted network folders); the
+// builder's own look at them stays quiet, so that each problem is logged once.
+bool ListQuietly(const QzString& dir, QzFileInfoList* list) {
+    const bool wasOpen = QzLog::IsOpen();
+    if (wasOpen) QzLog::Close();
+    const bool ok = QzFile::GetListOfFileInfosInDir(&dir, list);
+    QzFile::RemoveMountedNetworkFolders(list);
+    if (wasOpen)
+        QzLog::Open(QzFile::DataPath(QzFile::DataFile::LogBase).c_str(), QzFile::GetDataDir().c_str());
+    return ok;
 }
 
 }  // namespace
@@ -180,19 +194,17 @@ bool ScanDiskAndCreateTopDirsListInRam(QzTopDirs* topDirs, const QzVolumeInfo* e
             QzLog::WriteLine(QzCat("ERROR: ScanDiskAndCreateTopDirsListInRam, could not find",
                                    "associated volume for path:", vol.mountPoint));
         topDirs->Add(QzTopDirs::kRootFlag, vol.mountPoint, vol.volumeGuid);
-        if (!QzFile::GetListOfFileInfosInDir(&vol.mountPoint, &top)) {
+        if (!ListQuietly(vol.mountPoint, &top)) {
             QzLog::WriteLine(QzCat("ERROR: processId=", Pid(),
                                    ", GetListOfFileInfosInDir failed for TOP: ", vol.mountPoint));
         }
-        QzFile::RemoveMountedNetworkFolders(&top);
         for (int32_t i = 0; i < top.Count(); ++i) {
             const QzFileInfo& t = *top.At(i);
             if (!BecomesEntry(t)) continue;
             topDirs->Add(QzTopDirs::kFilesOnlyFlag, t.fullPath, vol.volumeGuid);
-            if (!QzFile::GetListOfFileInfosInDir(&t.fullPath, &second)) {
+            if (!ListQuietly(t.fullPath, &second)) {
                 QzLog::WriteLine(QzCat("ERROR: GetListOfFileInfosInDir failed for SECOND: ", t.fullPath));
             }
-            QzFile::RemoveMountedNetworkFolders(&second);
             for (int32_t k = 0; k < second.Count(); ++k) {
                 const QzFileInfo& s = *second.At(k);
                 if (BecomesEntry(s)) topDirs->Add(QzTopDirs::kRecursiveFlag, s.fullPath, vol.volumeGuid);

@@ -1,9 +1,10 @@
 // The scan run: one walk of every volume selected for backup, in three
 // phases (QzScanRun.h) over one state the run owns (QzScanState.h).
+#include "qzfilelist.h"
+
 #include "QzScanRun.h"
 #include "QzSystem.h"
 #include "QzTime.h"
-#include "qzfilelist.h"
 
 void RunScanAndExit() {
     QzScanState run;

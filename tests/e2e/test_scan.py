@@ -360,3 +360,63 @@ def test_anomalous_names_are_logged_and_left_out(m):
         sub = [b for b in blocks if b[0] == "D:\\data\\sub"][0]
         check_eq(sub[1], 1, "the dropped file still counts in # Files:")
         check_eq(sub[2], [], "no line for the dropped file")
+
+
+def test_progress_lines_thin_out_with_the_index(m):
+    d = machine(m)
+    for k in range(650):
+        os.makedirs(os.path.join(d, "t", f"s{k:03d}"))
+    scan(m, "-urgent_refresh_all")
+    before = len(m.log_messages())
+    scan(m)  # a normal run: it pauses (in virtual time) after every 101 directories
+    new = m.log_messages()[before:]
+    about = [int(mt.group(1)) for x in new for mt in [re.match(r"PeriodicLog, processId=\d+, i=(\d+), firstCharFlag=", x)]
+             if mt]
+    want = list(range(10)) + list(range(10, 100, 10)) + list(range(100, 500, 50)) + [500, 600]
+    check_eq(about, want, "indexes with a progress line")
+    after = [int(mt.group(1)) for x in new for mt in [re.match(r"PeriodicLog, processId=\d+, i=(\d+), numMBytes", x)] if mt]
+    check_eq(after, want, "indexes with a second progress line")
+    check(not any("URGENTLY" in x for x in new), "the second run was urgent")
+
+
+def test_elevated_drive_list_is_swapped_in_before_the_other_volumes(m):
+    d = machine(m)
+    e = m.map_drive("E")
+    guid_e = "v0020123456789ab0123456789ab"
+    write(os.path.join(e, ".qzvol", "qzvol_id.xml"),
+          '<?xml version="1.0" encoding="UTF-8" ?>\n<contents>\n<readme txt="x" />\n'
+          f'<qzvolume vguid="{guid_e}" associated_hguid="{HGUID}" />\n</contents>\n')
+    with open(os.path.join(m.datadir(), "qzinfo.xml"), encoding="utf-8") as f:
+        text = f.read()
+    m.write_qzinfo(text.replace("</contents>", f'<qzvolume qzVolumeGuid="{guid_e}" mountPointPath="E:\\" />\n'
+                                                "</contents>"))
+    put(os.path.join(d, "a", "b", "x.txt"))
+    put(os.path.join(e, "c", "d", "y.txt"))
+    # D: has not been listed for 20 days: alert level 2. Without the transmitter's
+    # per-volume files the run cannot recompute the levels and keeps this file.
+    write(os.path.join(m.datadir(), "qzreports", "qzdefcon.xml"),
+          '<?xml version="1.0" encoding="UTF-8" ?>\n<contents>\n'
+          '<volume_defcon_summary most_critial_volume_defcon="2" />\n'
+          f'<qzvolume qzVolumeGuid="{GUID_D}" mountPointPathHex="443a5c" vol_defcon_level="2" '
+          'vol_last_seen_in_days="0" vol_last_filelisted_in_days="20" vol_last_file_pushed_in_days="1" />\n'
+          f'<qzvolume qzVolumeGuid="{guid_e}" mountPointPathHex="453a5c" vol_defcon_level="5" '
+          'vol_last_seen_in_days="0" vol_last_filelisted_in_days="1" vol_last_file_pushed_in_days="1" />\n'
+          '</contents>\n')
+    scan(m)
+    msgs = m.log_messages()
+
+    def index(pattern):
+        hits = [i for i, x in enumerate(msgs) if re.match(pattern, x)]
+        check(hits, f"no log line matches {pattern!r}")
+        return hits[0]
+
+    index(r"Defcon_very_interesting_drive_to_qzfilelist_attached processId=\d+, with defcon=2, mountPoint=D:\\, "
+          r"qzVol_lastFileListedInDays=20, qzVol_lastSeenInDays=0, qzVol_lastFilePushedInDays=1, "
+          r"and we are going to URGENTLY_RUN_FAST this run!$")
+    early = index(r"OPTIMIZATION_for_DEFCON processId=\d+ - qzfilelist swapping in \.future filelist of "
+                  rf"qzVol_lastFileListedInDays=20, fromMount = D:\\a\\b, with vGuid={GUID_D}$")
+    swapped = index(r"DEFCON_Swapped in AtomicMove per-Vol filelist: .*" + LIST_NAME)
+    first_e = index(r"PeriodicLog, processId=\d+, i=\d+, firstCharFlag=0, .*about_to_scanDir=E:\\,")
+    check(early < swapped < first_e, "D:'s list is not swapped in before E: is walked")
+    check_list_matches_tree(m, d)
+    check(os.path.exists(os.path.join(lists_dir(m), f"{guid_e}_c____filelist.dat")), "E:'s list")
