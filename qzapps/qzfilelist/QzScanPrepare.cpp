@@ -18,6 +18,7 @@
 #include "qzfilelist.h"
 #include "QzFileListing.h"
 #include "QzFileWrite.h"
+#include "QzFileLocations.h"
 
 namespace QzScanRun {
 
@@ -80,18 +81,19 @@ void LogAlertLevels(const QzScanState& run) {
         QzLog::WriteLine("All_Volume_Defcon_Level=Call_failed");
         return;
     }
-    // One log line each, so that every line of the log keeps its time and process id.
-    QzLog::WriteLine(QzCat("All_Volume_Defcon_Level=", level, ", listing ",
-                           static_cast<long long>(records.size()), " volumes below:\n"));
+    // One message: the header line and a line per volume, indented so the
+    // columns stand under the header's text.
+    QzString msg = QzCat("All_Volume_Defcon_Level=", level, ", listing ", static_cast<long long>(records.size()),
+                         " volumes below:\n");
     for (size_t i = 0; i < records.size(); ++i) {
         const QzVolDefconRecord& r = records[i];
-        QzLog::WriteLine(QzCat(
-            "                   defcon_volume_index=", static_cast<long long>(i),
-            ", qzVol_defconLevel=", r.defconLevel, ", qzVol_lastFileListedInDays=", r.lastFileListedInDays,
-            r.lastFileListedInDays < 10 ? " " : "", ", qzVol_lastSeenInDays=", r.lastSeenInDays,
-            ", qzVol_lastFilePushedInDays=", r.lastFilePushedInDays, ", mountPointPath=", r.mountPoint,
-            "\n"));
+        msg.Append(QzCat("                   defcon_volume_index=", static_cast<long long>(i),
+                         ", qzVol_defconLevel=", r.defconLevel, ", qzVol_lastFileListedInDays=",
+                         r.lastFileListedInDays, r.lastFileListedInDays < 10 ? " " : "",
+                         ", qzVol_lastSeenInDays=", r.lastSeenInDays, ", qzVol_lastFilePushedInDays=",
+                         r.lastFilePushedInDays, ", mountPointPath=", r.mountPoint, "\n"));
     }
+    QzLog::WriteLine(msg);
 }
 
 void FindElevatedDrive(QzScanState& run) {

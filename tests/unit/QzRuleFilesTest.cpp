@@ -11,6 +11,7 @@
 #include "QzRuleTexts.h"
 #include "QzRuleTree.h"
 #include "RuleTestSupport.h"
+#include "QzFileXml.h"
 
 using QzRuleTest::LogCapture;
 using QzRuleTest::NoSleep;

@@ -6,6 +6,7 @@
 #include "QzFile.h"
 #include "QzFileLocations.h"
 #include "QzInfoManager.h"
+#include "QzFileXml.h"
 
 namespace {
 
