@@ -34,8 +34,8 @@ bool HasValidCodeSignature(const QzString& path, QzString* detailRet) {
         *detailRet = QzCat("valid signature of the publisher, ", check.detail);
         valid = true;
     }
-    QzLog::WriteLine(QzCat("QzCodeSignature::HasValidCodeSignature ", valid ? "PASS" : "FAIL", " for ", path, ": ",
-                           *detailRet));
+    QzLog::WriteLine(QzCat("QzCodeSignature::HasValidCodeSignature ", valid ? "PASS" : "FAIL", " for ", path,
+                           ": ", *detailRet));
     return valid;
 }
 

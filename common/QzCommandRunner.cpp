@@ -8,7 +8,8 @@ namespace QzCommandRunner {
 bool RunAndDescribe(const QzString& exePath, const std::vector<QzString>& args, uint32_t timeoutMillis,
                     QzString* resultTextRet) {
     QzOs::ProcessResult r;
-    const uint32_t err = QzOs::RunProcessCapturingOutput(exePath.c_str(), args, timeoutMillis, kMaxOutputBytes, &r);
+    const uint32_t err =
+        QzOs::RunProcessCapturingOutput(exePath.c_str(), args, timeoutMillis, kMaxOutputBytes, &r);
     if (err != 0) {
         *resultTextRet = QzCat("err_could_not_start_", static_cast<long long>(err));
     } else if (r.timedOut) {

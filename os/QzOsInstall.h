@@ -28,8 +28,8 @@ struct ProcessResult {
 // shell), standard input empty, standard output and error into one pipe, and
 // waits for it at most timeoutMillis. Returns 0 when it ran (whatever its exit
 // code), else the error that kept it from starting.
-uint32_t RunProcessCapturingOutput(const char* exePath, const std::vector<QzString>& args, uint32_t timeoutMillis,
-                                   int32_t maxOutputBytes, ProcessResult* resultRet);
+uint32_t RunProcessCapturingOutput(const char* exePath, const std::vector<QzString>& args,
+                                   uint32_t timeoutMillis, int32_t maxOutputBytes, ProcessResult* resultRet);
 
 // Gives the directory the access list of an install directory, replacing
 // what it had and what it inherited: SYSTEM and Administrators full control,

@@ -1,5 +1,7 @@
 // QzOs installer support for POSIX: posix_spawn with a pipe, permission bits
 // in place of the install directory's access list, and no code signatures.
+#include "QzOsInstall.h"
+
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -14,7 +16,6 @@
 #include <string>
 
 #include "QzOs.h"
-#include "QzOsInstall.h"
 #include "QzOsPosix.h"
 
 extern char** environ;
@@ -50,7 +51,9 @@ mode_t InstallMode(mode_t mode, bool isDir) {
 
 }  // namespace
 
-const char* PlatformName() { return "unk"; }
+const char* PlatformName() {
+    return "unk";
+}
 
 uint32_t GetOwnExecutablePath(QzString* pathRet) {
     char buf[4096];
@@ -60,8 +63,8 @@ uint32_t GetOwnExecutablePath(QzString* pathRet) {
     return 0;
 }
 
-uint32_t RunProcessCapturingOutput(const char* exePath, const std::vector<QzString>& args, uint32_t timeoutMillis,
-                                   int32_t maxOutputBytes, ProcessResult* resultRet) {
+uint32_t RunProcessCapturingOutput(const char* exePath, const std::vector<QzString>& args,
+                                   uint32_t timeoutMillis, int32_t maxOutputBytes, ProcessResult* resultRet) {
     *resultRet = ProcessResult{};
     std::string exe;
     if (const uint32_t err = posix::MapPath(exePath, &exe)) return err;
@@ -121,7 +124,7 @@ uint32_t SetInstallDirectoryAccess(const char* dirPath, QzString* detailRet) {
         detailRet->Set("install directory not on a mapped drive");
         return err;
     }
-    struct stat st{};
+    struct stat st {};
     if (::lstat(dir.c_str(), &st) != 0) {
         detailRet->Set("install directory not found");
         return posix::MapPathErrno(errno, dir);
@@ -140,7 +143,7 @@ uint32_t SetInstallDirectoryAccess(const char* dirPath, QzString* detailRet) {
     long long changed = 1;
     for (fs::recursive_directory_iterator it(dir, fs::directory_options::none, ec), end; !ec && it != end;
          it.increment(ec)) {
-        struct stat est{};
+        struct stat est {};
         if (::lstat(it->path().c_str(), &est) != 0 || S_ISLNK(est.st_mode)) continue;
         if (::chmod(it->path().c_str(), InstallMode(est.st_mode, S_ISDIR(est.st_mode))) != 0) {
             *detailRet = QzCat("chmod failed below the install directory: ", it->path().c_str());
@@ -152,7 +155,8 @@ uint32_t SetInstallDirectoryAccess(const char* dirPath, QzString* detailRet) {
         *detailRet = QzCat("could not walk the install directory: ", ec.message().c_str());
         return posix::MapErrno(ec.value());
     }
-    *detailRet = QzCat("permission bits set on ", changed, " entries: owner all, group and others read and execute");
+    *detailRet =
+        QzCat("permission bits set on ", changed, " entries: owner all, group and others read and execute");
     return 0;
 }
 

@@ -1,16 +1,16 @@
 // QzOs installer support for Windows: CreateProcess with a pipe, the install
 // directory's access list, and WinVerifyTrust with the signer's name.
-#include <windows.h>
+#include "QzOsInstall.h"
 
 #include <aclapi.h>
 #include <softpub.h>
 #include <wincrypt.h>
+#include <windows.h>
 #include <wintrust.h>
 
 #include <string>
 
 #include "QzOs.h"
-#include "QzOsInstall.h"
 #include "QzUtf16String.h"
 
 namespace QzOs {
@@ -66,7 +66,8 @@ void DrainPipe(HANDLE pipe, int32_t maxBytes, ProcessResult* r) {
         const DWORD want = avail < sizeof buf ? avail : static_cast<DWORD>(sizeof buf);
         if (!::ReadFile(pipe, buf, want, &got, nullptr) || got == 0) return;
         const int32_t room = maxBytes - r->output.Length();
-        const int32_t keep = static_cast<int32_t>(got) < room ? static_cast<int32_t>(got) : (room > 0 ? room : 0);
+        const int32_t keep =
+            static_cast<int32_t>(got) < room ? static_cast<int32_t>(got) : (room > 0 ? room : 0);
         if (keep > 0) r->output.Append(buf, keep);
         if (keep < static_cast<int32_t>(got)) r->outputCut = true;
     }
@@ -74,7 +75,9 @@ void DrainPipe(HANDLE pipe, int32_t maxBytes, ProcessResult* r) {
 
 }  // namespace
 
-const char* PlatformName() { return "win"; }
+const char* PlatformName() {
+    return "win";
+}
 
 uint32_t GetOwnExecutablePath(QzString* pathRet) {
     std::wstring buf(32768, L'\0');
@@ -87,8 +90,8 @@ uint32_t GetOwnExecutablePath(QzString* pathRet) {
     return 0;
 }
 
-uint32_t RunProcessCapturingOutput(const char* exePath, const std::vector<QzString>& args, uint32_t timeoutMillis,
-                                   int32_t maxOutputBytes, ProcessResult* resultRet) {
+uint32_t RunProcessCapturingOutput(const char* exePath, const std::vector<QzString>& args,
+                                   uint32_t timeoutMillis, int32_t maxOutputBytes, ProcessResult* resultRet) {
     *resultRet = ProcessResult{};
     std::wstring exe, cmd, arg;
     if (!ToWide(QzString(exePath), false, &exe)) return ErrNoUnicodeTranslation;
@@ -103,8 +106,8 @@ uint32_t RunProcessCapturingOutput(const char* exePath, const std::vector<QzStri
     HANDLE readEnd = nullptr, writeEnd = nullptr;
     if (!::CreatePipe(&readEnd, &writeEnd, &sa, 0)) return ::GetLastError();
     ::SetHandleInformation(readEnd, HANDLE_FLAG_INHERIT, 0);
-    HANDLE nul = ::CreateFileW(L"NUL", GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, &sa, OPEN_EXISTING, 0,
-                               nullptr);
+    HANDLE nul = ::CreateFileW(L"NUL", GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, &sa, OPEN_EXISTING,
+                               0, nullptr);
 
     STARTUPINFOW si{};
     si.cb = sizeof si;
@@ -195,23 +198,40 @@ uint32_t SetInstallDirectoryAccess(const char* dirPath, QzString* detailRet) {
         return err;
     }
     // Read the list back: a file system that keeps no access lists accepts
-    // the call and stores nothing.
+    // the call and answers with a list of its own making.
     PACL got = nullptr;
     PSECURITY_DESCRIPTOR sd = nullptr;
-    err = ::GetNamedSecurityInfoW(path.data(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, &got,
-                                  nullptr, &sd);
+    err = ::GetNamedSecurityInfoW(path.data(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr,
+                                  &got, nullptr, &sd);
     if (err != ERROR_SUCCESS) {
         detailRet->Set("GetNamedSecurityInfo failed after setting");
         return err;
     }
-    ACL_SIZE_INFORMATION info{};
-    const bool ok = got && ::GetAclInformation(got, &info, sizeof info, AclSizeInformation) && info.AceCount >= 3;
+    int present = 0;
+    for (int i = 0; i < 3; ++i) {
+        for (DWORD k = 0; got && k < got->AceCount; ++k) {
+            void* ace = nullptr;
+            if (!::GetAce(got, k, &ace)) continue;
+            const auto* allowed = static_cast<const ACCESS_ALLOWED_ACE*>(ace);
+            if (allowed->Header.AceType != ACCESS_ALLOWED_ACE_TYPE) continue;
+            if (!::EqualSid(const_cast<DWORD*>(&allowed->SidStart), sids[i])) continue;
+            const DWORD want = ea[i].grfAccessPermissions;
+            const BYTE inherit = OBJECT_INHERIT_ACE | CONTAINER_INHERIT_ACE;
+            if ((allowed->Mask & want) == want && (allowed->Header.AceFlags & inherit) == inherit) {
+                ++present;
+                break;
+            }
+        }
+    }
+    const long long readBack = got ? static_cast<long long>(got->AceCount) : 0;
     ::LocalFree(sd);
-    if (!ok) {
-        detailRet->Set("the access list read back does not hold the three entries");
+    if (present != 3) {
+        *detailRet = QzCat("the access list read back (", readBack, " entries) lacks ", 3 - present,
+                           " of the entries just set: the file system keeps no access lists");
         return ErrNotSupported;
     }
-    detailRet->Set("access list set: SYSTEM and Administrators full control, Users read and execute, inherited");
+    detailRet->Set(
+        "access list set: SYSTEM and Administrators full control, Users read and execute, inherited");
     return 0;
 }
 

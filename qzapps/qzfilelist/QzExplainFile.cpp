@@ -55,8 +55,8 @@ const char* YesNo(bool b) {
 // One directory entry as the scan's listing sees it.
 struct Entry {
     bool found = false;
-    bool listed = false;          // the parent could be listed
-    bool networkFolder = false;   // removed from listings as a mounted network folder
+    bool listed = false;         // the parent could be listed
+    bool networkFolder = false;  // removed from listings as a mounted network folder
     bool isDirectory = false;
     bool isReparsePoint = false;
     int64_t size = 0;
@@ -223,7 +223,8 @@ bool Explainer::Preconditions() {
     bool ok = true;
     const QzString settings = QzFile::DataPath(QzFile::DataFile::Settings);
     QzString err;
-    const bool haveSettings = QzFile::ReadFilePatiently(settings.c_str(), &qzinfo_, {}, &err) == QzFile::ReadStatus::Ok;
+    const bool haveSettings =
+        QzFile::ReadFilePatiently(settings.c_str(), &qzinfo_, {}, &err) == QzFile::ReadStatus::Ok;
     Line(QzCat("   settings file ", settings, ": ", haveSettings ? "read" : "MISSING OR UNREADABLE"));
     if (!haveSettings) {
         Exclude(QzCat("the settings file ", settings, " cannot be read, so no scan runs"));
@@ -252,7 +253,8 @@ bool Explainer::Volume() {
     Section("2. The volume");
     if (file_.Length() < 3 || file_[1] != ':' || file_[2] != '\\' ||
         !QzTopDirsFile::ExtractVolumePath(file_, &mount_)) {
-        Exclude("the path is not on a local drive (it must begin with a drive letter, a colon and a backslash)");
+        Exclude(
+            "the path is not on a local drive (it must begin with a drive letter, a colon and a backslash)");
         return false;
     }
     int32_t from = 3;
@@ -263,9 +265,10 @@ bool Explainer::Volume() {
     }
     Line(QzCat("   mount point: ", mount_));
     const bool usable = QzFile::GetInfoAboutAttachedVolume(mount_, &volume_);
-    Line(QzCat("   attached: ", YesNo(volume_.attached), ", type code: ", volume_.typeCode,
-               ", volume GUID in its marker: ", volume_.volumeGuid.IsEmpty() ? QzString("none") : volume_.volumeGuid,
-               volume_.markerError.IsEmpty() ? QzString() : QzCat(" (", volume_.markerError, ")")));
+    Line(QzCat(
+        "   attached: ", YesNo(volume_.attached), ", type code: ", volume_.typeCode,
+        ", volume GUID in its marker: ", volume_.volumeGuid.IsEmpty() ? QzString("none") : volume_.volumeGuid,
+        volume_.markerError.IsEmpty() ? QzString() : QzCat(" (", volume_.markerError, ")")));
 
     // Which settings entry names it.
     const QzSettings& s = QzInfoManager::Settings();
@@ -299,14 +302,16 @@ bool Explainer::Volume() {
     if (!volume_.attached)
         Exclude(QzCat("volume ", mount_, " is not attached right now"));
     else if (volume_.volumeGuid.IsEmpty())
-        Exclude(QzCat("volume ", mount_, " carries no volume GUID (its .qzvol marker is missing or unreadable)"));
+        Exclude(
+            QzCat("volume ", mount_, " carries no volume GUID (its .qzvol marker is missing or unreadable)"));
     else if (!entryFound)
-        Exclude(QzCat("volume ", mount_, " (", volume_.volumeGuid, ") is not selected for backup in qzinfo.xml"));
+        Exclude(
+            QzCat("volume ", mount_, " (", volume_.volumeGuid, ") is not selected for backup in qzinfo.xml"));
     else if (!usable)
         Exclude(QzCat("volume ", mount_, " cannot be used right now"));
     else
-        Exclude(QzCat("volume ", mount_, " is selected but is not a fixed drive (type code ", volume_.typeCode,
-                      "), and only fixed drives are backed up"));
+        Exclude(QzCat("volume ", mount_, " is selected but is not a fixed drive (type code ",
+                      volume_.typeCode, "), and only fixed drives are backed up"));
     return false;
 }
 
@@ -387,7 +392,8 @@ bool Explainer::TopLevelAndWalk() {
                 return false;
             }
             if (depth > QzScanState::kMaxDepth) {
-                Exclude(QzCat(path, " lies deeper than ", QzScanState::kMaxDepth, " levels, where the walk stops"));
+                Exclude(QzCat(path, " lies deeper than ", QzScanState::kMaxDepth,
+                              " levels, where the walk stops"));
                 return false;
             }
             Line(QzCat("   ", path, ": walked (depth ", depth, ")"));
@@ -415,7 +421,9 @@ bool Explainer::TopLevelAndWalk() {
         if (num >= 0)
             Line(QzCat("   topdirs.xml of the last scan (made ", When(last.gmtMillis), "): entry num=", num,
                        " \"", last.dirToIndex[num], "\", took ",
-                       num < static_cast<int32_t>(last.secondsToScanEachDir.size()) ? last.secondsToScanEachDir[num] : 0,
+                       num < static_cast<int32_t>(last.secondsToScanEachDir.size())
+                           ? last.secondsToScanEachDir[num]
+                           : 0,
                        " s"));
         else
             Line(QzCat("   topdirs.xml of the last scan (made ", When(last.gmtMillis),
@@ -439,8 +447,8 @@ bool Explainer::TopLevelAndWalk() {
         return false;
     }
     listedPath_ = entry_.fullPath;
-    Line(QzCat("   the file: ", entry_.fullPath, ", ", static_cast<long long>(entry_.size), " bytes, modified ",
-               When(entry_.modified), ", created ", When(entry_.created),
+    Line(QzCat("   the file: ", entry_.fullPath, ", ", static_cast<long long>(entry_.size),
+               " bytes, modified ", When(entry_.modified), ", created ", When(entry_.created),
                entry_.isReparsePoint ? ", a link (listed with \"s\")" : ""));
     walkDepthStart_ = static_cast<int32_t>(n);
     return true;
@@ -474,12 +482,14 @@ QzString Explainer::RuleSource(const QzExcludeRuleFields& f) {
     if (set.Equals("qzinfo.xml")) {
         if (!f.prefix.isSet) {
             const int32_t at = qzinfo_.Find("excludefiletypes=");
-            return QzCat("the excluded file type \"", Shown(f.extension), "\" of the settings (excludefiletypes",
-                         at >= 0 ? QzCat(" at line ", LineOf(qzinfo_, at), " of qzinfo.xml") : QzString(), ")");
+            return QzCat(
+                "the excluded file type \"", Shown(f.extension), "\" of the settings (excludefiletypes",
+                at >= 0 ? QzCat(" at line ", LineOf(qzinfo_, at), " of qzinfo.xml") : QzString(), ")");
         }
         for (const QzFile::XmlElementAt& e : QzFile::GetXmlElementsWithOffsets(qzinfo_, "qzdirfilter")) {
             QzString dirValue;
-            if (!QzFile::GetUniqueStrAttrFromXmlSnippet(e.text, "dir", &dirValue) || dirValue.Length() < 2) continue;
+            if (!QzFile::GetUniqueStrAttrFromXmlSnippet(e.text, "dir", &dirValue) || dirValue.Length() < 2)
+                continue;
             QzString prefix(dirValue.c_str() + 1);
             if (prefix.Last() != '\\') prefix.AppendChar('\\');
             if (prefix.EqualsIgnoreCase(f.prefix.text.c_str()))
@@ -512,8 +522,8 @@ void Explainer::Rules() {
     }
     const QzExcludeRuleFields& f = hit->fields;
     Line(QzCat("   matching rule: skipFirstCharThenStartsWith=\"", Shown(f.prefix), "\" hasFileExtension=\"",
-               Shown(f.extension), "\" endsWith=\"", Shown(f.endsWith), "\" contains_1=\"", Shown(f.contains1),
-               "\" contains_2=\"", Shown(f.contains2), "\""));
+               Shown(f.extension), "\" endsWith=\"", Shown(f.endsWith), "\" contains_1=\"",
+               Shown(f.contains1), "\" contains_2=\"", Shown(f.contains2), "\""));
     QzString dnc;
     for (const QzString& t : f.doesNotContain) dnc.Append(QzCat(dnc.IsEmpty() ? "" : "|", t));
     Line(QzCat("   doesNotContain=\"", f.hasDoesNotContain ? dnc : QzString("*"), "\", data set ", f.dataSet,
@@ -542,15 +552,16 @@ void Explainer::CurrentList() {
         listHit_ = SearchList(listPath, searched, 3);
         onList_ = listHit_.found;
         if (onList_)
-            Line(QzCat("   the file is on it, line ", static_cast<long long>(listHit_.line), ": ", listHit_.text));
+            Line(QzCat("   the file is on it, line ", static_cast<long long>(listHit_.line), ": ",
+                       listHit_.text));
         else
             Line("   the file is NOT on it");
     }
     const QzString future = QzCat(listPath, ".future");
     if (QzFile::FileExists(future.c_str())) {
         const ListHit f = SearchList(future, listedPath_.IsEmpty() ? file_ : listedPath_, 3);
-        Line(QzCat("   a scan is building the next list (", future, "); the file is ", f.found ? "" : "not yet ",
-                   "in it"));
+        Line(QzCat("   a scan is building the next list (", future, "); the file is ",
+                   f.found ? "" : "not yet ", "in it"));
     }
     if (entry_.size > QzScanState::kBigFileAbove) {
         const ListHit big = SearchList(QzFile::DataPath(QzFile::DataFile::BigFileList), listedPath_, 2);
@@ -567,24 +578,28 @@ void Explainer::Summary() {
             diagnosis_.Append(QzCat(" (The list started ", When(listStart_),
                                     " still names it: it was made before this changed.)"));
     } else if (onList_) {
-        diagnosis_ = QzCat("BACKED UP: selected for backup, and on the list started ", When(listStart_), " (line ",
-                           static_cast<long long>(listHit_.line), ").");
+        diagnosis_ = QzCat("BACKED UP: selected for backup, and on the list started ", When(listStart_),
+                           " (line ", static_cast<long long>(listHit_.line), ").");
     } else if (!haveList_) {
-        diagnosis_ = "SELECTED, NOT LISTED YET: selected for backup, but the volume has no list yet; the next scan "
-                     "makes it.";
+        diagnosis_ =
+            "SELECTED, NOT LISTED YET: selected for backup, but the volume has no list yet; the next scan "
+            "makes it.";
     } else if (entry_.created > listStart_ || entry_.modified > listStart_) {
         // A file that existed when the list was made is on it, changed or not.
         const int64_t seen = entry_.created > entry_.modified ? entry_.created : entry_.modified;
-        diagnosis_ = QzCat("SELECTED, NOT LISTED YET: selected for backup; the file was created or changed ",
-                           When(seen), ", after the list was started ", When(listStart_),
-                           "; the next scan lists it.");
+        diagnosis_ =
+            QzCat("SELECTED, NOT LISTED YET: selected for backup; the file was created or changed ",
+                  When(seen), ", after the list was started ", When(listStart_), "; the next scan lists it.");
     } else {
-        diagnosis_ = QzCat("SELECTED, NOT LISTED: selected for backup, but the list started ", When(listStart_),
-                           " does not name it although the file is older; its folder may not have been listable "
-                           "during that scan (see the log) or it was moved there since.");
+        diagnosis_ =
+            QzCat("SELECTED, NOT LISTED: selected for backup, but the list started ", When(listStart_),
+                  " does not name it although the file is older; its folder may not have been listable "
+                  "during that scan (see the log) or it was moved there since.");
     }
     Section("Summary");
-    Line(QzCat("Verdict: ", backedUp && onList_ ? "BACKED_UP" : backedUp ? "SELECTED_NOT_LISTED_YET" : "NOT_BACKED_UP"));
+    Line(QzCat("Verdict: ", backedUp && onList_ ? "BACKED_UP"
+                            : backedUp          ? "SELECTED_NOT_LISTED_YET"
+                                                : "NOT_BACKED_UP"));
     Line(QzCat("ReachedByScan: ", YesNo(reached_)));
     Line(QzCat("SelectedByRules: ", selected_ < 0 ? "not_asked" : YesNo(selected_ == 1)));
     Line(QzCat("OnCurrentList: ", haveList_ ? YesNo(onList_) : "no_list"));
@@ -624,8 +639,9 @@ int CmdExplainFile(const Args& args) {
     // A bare report name goes to the reports folder: a service's working
     // directory is the system folder.
     QzString report = args[3];
-    const bool absolute = (report.Length() >= 3 && report[1] == ':' && (report[2] == '\\' || report[2] == '/')) ||
-                          report.StartsWith("\\\\");
+    const bool absolute =
+        (report.Length() >= 3 && report[1] == ':' && (report[2] == '\\' || report[2] == '/')) ||
+        report.StartsWith("\\\\");
     if (!absolute) {
         const QzString folder = QzFile::DataPath(QzFile::DataFile::ReportsFolder);
         QzFile::CreateDirectoryRecursive(folder.c_str());

@@ -82,7 +82,8 @@ int CmdLogInstallEvent(const Args& args) {
 
 int CmdRetentionInfo(const Args&) {
     QzString text;
-    if (!QzUiUtil::QzRollback_GetMostCurrentFinalizedHistoryUxeString(&text) || text.IsEmpty()) text.Set("none");
+    if (!QzUiUtil::QzRollback_GetMostCurrentFinalizedHistoryUxeString(&text) || text.IsEmpty())
+        text.Set("none");
     std::printf("%s\n", text.c_str());
     return 0;
 }
