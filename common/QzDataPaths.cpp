@@ -42,6 +42,7 @@ constexpr const char* kNames[] = {
     "qzlogs\\qzfilelist",
     "qzlogs\\qzreports_lastfilestransmitted",
     "qzflags",
+    "qzreports\\qzinstall_history.txt",
 };
 static_assert(sizeof(kNames) / sizeof(kNames[0]) == static_cast<size_t>(DataFile::Count),
               "one name per data file");

@@ -46,6 +46,8 @@ enum class DataFile {
     LogBase,              // qzlogs\qzfilelist (base of the day files)
     LastFilesTransmittedFolder,  // qzlogs\qzreports_lastfilestransmitted (folder)
     FlagsFolder,          // qzflags (folder)
+    // installer support
+    InstallHistory,       // qzreports\qzinstall_history.txt (one line per install event)
     Count
 };
 

@@ -103,6 +103,8 @@ int32_t NumUniqueSkipFirstCharRules();
 // Windows rule of the mandatory or editable rules with exactly this prefix,
 // excludes the directory as a whole. Its inputs are read on the first call.
 bool DirIsExcludedFromBackupInQzInfo(const QzString& dirPath);
+// The same; whyRet gets which filter or rule prefix excludes the directory.
+bool DirIsExcludedFromBackupInQzInfo(const QzString& dirPath, QzString* whyRet);
 
 // ---- file sets and file types ----
 // One entry of a comma-separated extension list ("extensions" of a file set,

@@ -285,20 +285,29 @@ void DirExclusions::Load(const QzString& dataDir) {
     if (rulePrefixes_.size() == before)
         Log("could not find any excludefname_rule in qzexcluderules_mandatory.xml");
     const size_t mandatoryCount = rulePrefixes_.size();
+    numMandatoryPrefixes_ = mandatoryCount;
     if (QzFile::ReadEntireFile(EditablePath(dataDir).c_str(), &text, &err))
         CollectWinPrefixes(text, &rulePrefixes_);
     if (rulePrefixes_.size() == mandatoryCount)
         Log("could not find any excludefname_rule in qzexcluderules_editable.xml");
 }
 
-bool DirExclusions::IsExcluded(const QzString& dirPath) const {
-    for (const QzString& dir : filterDirs_)
-        if (dir.Length() == dirPath.Length() && dir.EqualsIgnoreCase(dirPath.c_str())) return true;
+bool DirExclusions::IsExcluded(const QzString& dirPath, QzString* whyRet) const {
+    for (const QzString& dir : filterDirs_) {
+        if (dir.Length() != dirPath.Length() || !dir.EqualsIgnoreCase(dirPath.c_str())) continue;
+        if (whyRet) *whyRet = QzCat("qzinfo.xml qzdirfilter dir=\"", dir, "\" whichfiles=\"none\"");
+        return true;
+    }
     if (dirPath.IsEmpty()) return false;
     const QzString withoutDrive(dirPath.c_str() + 1, dirPath.Length() - 1);
-    for (const QzString& prefix : rulePrefixes_)
-        if (prefix.Length() == withoutDrive.Length() && prefix.EqualsIgnoreCase(withoutDrive.c_str()))
-            return true;
+    for (size_t i = 0; i < rulePrefixes_.size(); ++i) {
+        const QzString& prefix = rulePrefixes_[i];
+        if (prefix.Length() != withoutDrive.Length() || !prefix.EqualsIgnoreCase(withoutDrive.c_str())) continue;
+        if (whyRet)
+            *whyRet = QzCat(i < numMandatoryPrefixes_ ? "qzexcluderules_mandatory.xml" : "qzexcluderules_editable.xml",
+                            " rule with skipFirstCharThenStartsWith=\"", prefix, "\"");
+        return true;
+    }
     return false;
 }
 
@@ -348,12 +357,16 @@ bool UserWantsThisFileBackedUpEx(const QzString& fullPath, int64_t fileSizeBytes
 }
 
 bool DirIsExcludedFromBackupInQzInfo(const QzString& dirPath) {
+    return DirIsExcludedFromBackupInQzInfo(dirPath, nullptr);
+}
+
+bool DirIsExcludedFromBackupInQzInfo(const QzString& dirPath, QzString* whyRet) {
     static QzRuleFiles::DirExclusions* exclusions = nullptr;
     if (!exclusions) {
         exclusions = new QzRuleFiles::DirExclusions;
         exclusions->Load(QzFile::GetDataDir());
     }
-    return exclusions->IsExcluded(dirPath);
+    return exclusions->IsExcluded(dirPath, whyRet);
 }
 
 }  // namespace QzInfoManager

@@ -35,11 +35,13 @@ bool LoadAllRules(const QzString& dataDir, QzRuleTree* tree);
 class DirExclusions {
 public:
     void Load(const QzString& dataDir);
-    bool IsExcluded(const QzString& dirPath) const;
+    // whyRet (may be null) gets the filter or rule prefix that excludes it.
+    bool IsExcluded(const QzString& dirPath, QzString* whyRet = nullptr) const;
 
 private:
     std::vector<QzString> filterDirs_;    // "qzdirfilter" dirs whose element says whichfiles="none"
     std::vector<QzString> rulePrefixes_;  // prefixes of the Windows rules, mandatory then editable
+    size_t numMandatoryPrefixes_ = 0;
 };
 
 // Forgets the rate limiting of the empty "excludefiletypes" warning of the

@@ -111,6 +111,37 @@ unsigned char CharAt(const QzString& s, int32_t i) {
     return i < s.Length() ? static_cast<unsigned char>(s[i]) : 0;
 }
 
+// The line (from 1) in `original` of each element, given the elements'
+// offsets in the same text with its comments removed the way StripComments
+// removes them: kept stretches are mapped back to where they stood.
+std::vector<int32_t> ElementLines(const QzString& original, const std::vector<int32_t>& strippedOffsets) {
+    std::vector<int32_t> lines;
+    lines.reserve(strippedOffsets.size());
+    int32_t pos = 0;       // original offset of the current kept stretch
+    int32_t stripped = 0;  // its offset in the stripped text
+    int32_t line = 1, counted = 0;
+    size_t next = 0;
+    while (next < strippedOffsets.size()) {
+        int32_t start = original.Find("<!--", pos);
+        if (start < 0) start = original.Length();
+        const int32_t keptEnd = stripped + (start - pos);
+        while (next < strippedOffsets.size() && strippedOffsets[next] < keptEnd) {
+            const int32_t at = pos + (strippedOffsets[next] - stripped);
+            for (; counted < at; ++counted)
+                if (original[counted] == '\n') ++line;
+            lines.push_back(line);
+            ++next;
+        }
+        if (start >= original.Length()) break;
+        const int32_t end = original.Find("-->", start + 4);
+        if (end < 0) break;
+        stripped = keptEnd;
+        pos = end + 3;
+    }
+    lines.resize(strippedOffsets.size(), 0);
+    return lines;
+}
+
 }  // namespace
 
 size_t QzStringHash::operator()(const QzString& s) const {
@@ -228,7 +259,7 @@ bool QzRuleTree::InsertRuleWithSameSkipFirstCharThenStartsWith(QzExcludeRuleNode
 }
 
 bool QzRuleTree::AddRuleFromElement(const QzString& element, int32_t ruleNum, const char* dataSet,
-                                    bool* appliedRet) {
+                                    int32_t sourceLine, bool* appliedRet) {
     *appliedRet = false;
     struct Attr {
         const char* name;
@@ -279,6 +310,8 @@ bool QzRuleTree::AddRuleFromElement(const QzString& element, int32_t ruleNum, co
     }
     f.endsWith = Criterion(std::move(values[6]));
     f.extension = Criterion(std::move(values[7]));
+    f.dataSet.Set(dataSet);
+    f.sourceLine = sourceLine;
 
     const QzString key = f.prefix.isSet ? f.prefix.text : QzString();
     const auto found = f.prefix.isSet ? groupByPrefix_.find(key) : groupByPrefix_.end();
@@ -327,8 +360,11 @@ bool QzRuleTree::ParseExcludeFileNameRules(const QzString* xmlContainingExcludeR
     QzString text;
     StripComments(*xmlContainingExcludeRules, &text);
     std::vector<QzString> elements;
-    QzFile::GetAllXmlSnippetsWithTagNameInXmlText(text.c_str(), text.Length(), "excludefname_rule",
-                                                  &elements);
+    std::vector<int32_t> offsets;
+    for (QzFile::XmlElementAt& e : QzFile::GetXmlElementsWithOffsets(text, "excludefname_rule")) {
+        offsets.push_back(e.offset);
+        elements.push_back(std::move(e.text));
+    }
     if (elements.empty()) {
         Log(QzCat(
             "ERROR: QzInfoManager::ParseExcludeFileNameRules, could not parse any excludefname_rule out of "
@@ -345,10 +381,12 @@ bool QzRuleTree::ParseExcludeFileNameRules(const QzString* xmlContainingExcludeR
     }
     Log(QzCat("QzInfoManager::ParseExcludeFileNameRules - found ", count,
               ", now beginning to parse the rules"));
+    const std::vector<int32_t> lines = ElementLines(*xmlContainingExcludeRules, offsets);
     int32_t applied = 0;
     for (int32_t i = 0; i < count; ++i) {
         bool thisApplied = false;
-        AddRuleFromElement(elements[static_cast<size_t>(i)], i + 1, name, &thisApplied);
+        AddRuleFromElement(elements[static_cast<size_t>(i)], i + 1, name, lines[static_cast<size_t>(i)],
+                           &thisApplied);
         if (thisApplied) ++applied;
     }
     Log(QzCat("QzInfoManager::ParseExcludeFileNameRules - SUCCESSFULLY PARSED ", count, ", and found ",

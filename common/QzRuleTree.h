@@ -35,6 +35,11 @@ struct QzExcludeRuleFields {
     std::vector<QzString> doesNotContain;  // split at "|"
     QzRuleText endsWith;
     QzRuleText extension;  // hasFileExtension, without the period
+    // Where the rule came from, for explanations: its data set and the line
+    // of its element in that data set's text (1 = first line; 0 = unknown).
+    // Not a criterion: two rules that differ only here are duplicates.
+    QzString dataSet;
+    int32_t sourceLine = 0;
 };
 
 struct QzExcludeRuleNode {
@@ -102,7 +107,8 @@ public:
 
 private:
     // Folds and checks one element; false (logged) when it is skipped.
-    bool AddRuleFromElement(const QzString& element, int32_t ruleNum, const char* dataSet, bool* appliedRet);
+    bool AddRuleFromElement(const QzString& element, int32_t ruleNum, const char* dataSet, int32_t sourceLine,
+                            bool* appliedRet);
     QzExcludeRuleNode* NewNode(QzExcludeRuleFields&& fields, const char* allocWhat);
     void PrepareLowerPath(const char* path, int32_t len);
 

@@ -37,17 +37,6 @@ struct Command {
     int (*run)(const Args& args);  // returns the exit code
 };
 
-}  // namespace
-
-int CmdUnavailable(const Args& args) {
-    const QzString msg = QzCat("qzfilelist: ", args[1], " is not available in this build");
-    QzLog::WriteLine(msg);
-    std::fprintf(stderr, "%s\n", msg.c_str());
-    return 0;
-}
-
-namespace {
-
 int Version(const Args&) {
     std::printf("VERSION: %s\n", kQzFileListVersion);
     return 0;
@@ -156,8 +145,8 @@ const Command kEarlyCommands[] = {
 const Command kCommands[] = {
     {"-is64bit", Operands::None, Is64Bit},
     {"-merge_exclude_rules", Operands::None, CmdMergeExcludeRules},
-    {"-attempt_run_qztransmit64", Operands::None, CmdUnavailable},
-    {"-log_install_event", Operands::Two, CmdUnavailable},
+    {"-attempt_run_qztransmit64", Operands::None, CmdAttemptRunQzTransmit64},
+    {"-log_install_event", Operands::Two, CmdLogInstallEvent},
     {"-create_qzserv_perm_report", Operands::None, CreateQzservPermReport},
     {"-diagnose_read_problem", Operands::One, CmdDiagnoseReadProblem},
     {"-open_file_exclusive", Operands::One, CmdOpenFileExclusive},
@@ -172,7 +161,7 @@ const Command kCommands[] = {
     {"-assignvolumeguid", Operands::Verdict, CmdAssignVolumeGuid},
     {"-assignvolumeguid_hex", Operands::Verdict, CmdAssignVolumeGuid},
     {"-copy_rsrc_fork", Operands::TwoOrUnknown, CmdCopyRsrcFork},
-    {"-explainfile", Operands::TwoOrUnknown, CmdUnavailable},
+    {"-explainfile", Operands::TwoOrUnknown, CmdExplainFile},
     {"-grep", Operands::TwoOrUnknown, CmdGrep},
     {"-igrep", Operands::TwoOrUnknown, CmdGrep},
     {"-update_qzvolumes_xml", Operands::None, CmdUpdateQzVolumesXml},
@@ -186,9 +175,9 @@ const Command kCommands[] = {
     {"-first_install_time_urgent", Operands::None, UrgentFirstInstall},
     {"-urgent_refresh_all", Operands::None, UrgentRefreshAll},
     {"-listvolumesdetail", Operands::None, CmdListVolumesDetail},
-    {"-retentioninfo", Operands::None, CmdUnavailable},
-    {"-fixpermissions", Operands::None, CmdUnavailable},
-    {"-checkcodesignature", Operands::FileOrFail, CmdUnavailable},
+    {"-retentioninfo", Operands::None, CmdRetentionInfo},
+    {"-fixpermissions", Operands::None, CmdFixPermissions},
+    {"-checkcodesignature", Operands::FileOrFail, CmdCheckCodeSignature},
     {"-usetimemachineexcludes", Operands::None, UseTimeMachineExcludes},
     {"-listtimemachineuuids", Operands::None, ListTimeMachineUuids},
     {"-istranslatedprocess", Operands::None, IsTranslatedProcess},

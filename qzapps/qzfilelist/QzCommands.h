@@ -8,9 +8,6 @@
 
 using Args = std::vector<QzString>;
 
-// Says on standard error that the switch is not available in this build; exit 0.
-int CmdUnavailable(const Args& args);
-
 // File diagnostics.
 int CmdDirList(const Args& args);
 int CmdDirListDetail(const Args& args);
@@ -36,3 +33,13 @@ int CmdQueryAttachedVolumes(const Args& args);
 int CmdListVolumes(const Args& args);
 int CmdListVolumesToFile(const Args& args);
 int CmdListVolumesDetail(const Args& args);
+
+// Installer support.
+int CmdAttemptRunQzTransmit64(const Args& args);
+int CmdLogInstallEvent(const Args& args);
+int CmdRetentionInfo(const Args& args);
+int CmdFixPermissions(const Args& args);
+int CmdCheckCodeSignature(const Args& args);
+
+// Why a file is or is not backed up.
+int CmdExplainFile(const Args& args);

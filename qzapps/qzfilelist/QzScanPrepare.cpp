@@ -27,27 +27,6 @@ namespace {
 using QzFile::DataFile;
 using QzFile::DataPath;
 
-bool SelfDestructFlagIsSet() {
-    QzString text, err;
-    const QzString path = DataPath(DataFile::SelfDestructFlag);
-    if (!QzFile::FileExists(path.c_str())) return false;
-    return QzFile::ReadEntireFile(path.c_str(), &text, &err) && text.Contains("nuke_and_pave");
-}
-
-bool IsEndOfLife() {
-    try {
-        QzClientVersionManager versions;
-        return versions.IsEndOfLife();
-    } catch (const QzClientVersionError& e) {
-        // Without a readable answer the client is not stopped.
-        QzLog::WriteLine(
-            QzCat("WARNING: QZFILELIST - could not tell whether the client version has reached "
-                  "End-Of-Life, so running: ",
-                  e.what()));
-        return false;
-    }
-}
-
 // Deletes every file of the file-list folder whose name ends in one of the suffixes.
 void DeleteFilesEndingIn(const char* const* suffixes, int count) {
     const QzString folder = DataPath(DataFile::FileListsFolder);
@@ -172,6 +151,27 @@ void RestartInterruptedVolume(QzScanState& run) {
 }
 
 }  // namespace
+
+bool SelfDestructFlagIsSet() {
+    QzString text, err;
+    const QzString path = DataPath(DataFile::SelfDestructFlag);
+    if (!QzFile::FileExists(path.c_str())) return false;
+    return QzFile::ReadEntireFile(path.c_str(), &text, &err) && text.Contains("nuke_and_pave");
+}
+
+bool IsEndOfLife() {
+    try {
+        QzClientVersionManager versions;
+        return versions.IsEndOfLife();
+    } catch (const QzClientVersionError& e) {
+        // Without a readable answer the client is not stopped.
+        QzLog::WriteLine(
+            QzCat("WARNING: QZFILELIST - could not tell whether the client version has reached "
+                  "End-Of-Life, so running: ",
+                  e.what()));
+        return false;
+    }
+}
 
 void Prepare(QzScanState& run) {
     // 1-3: refusals.

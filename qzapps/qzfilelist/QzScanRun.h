@@ -7,6 +7,11 @@
 
 namespace QzScanRun {
 
+// Two of the refusals: the self-destruct flag file holds "nuke_and_pave";
+// the client version has reached end of life (an unreadable answer is no).
+bool SelfDestructFlagIsSet();
+bool IsEndOfLife();
+
 // Refusals, the lock, volumes and alert levels, settings and rules, the
 // top-level list (built afresh or resumed). Exits the process when the run
 // cannot go on.

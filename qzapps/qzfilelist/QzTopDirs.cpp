@@ -92,20 +92,13 @@ bool ParseHex(const QzString& text, int64_t* valueRet) {
 // skipped, excluded as a whole by the settings, a reparse point (the walk
 // never enters those) or a path the walk's own filters refuse.
 bool BecomesEntry(const QzFileInfo& info) {
-    if (!info.isDirectory || info.isReparsePoint) return false;
-    if (IsSkippedTopLevelDir(info.fullPath)) return false;
-    QzString path = info.fullPath;
     QzString why;
     // A name with a line break is logged once, by the writer of the parent's
-    // files, which meets it as an entry of its listing.
-    if (QzPathAnomaly::CheckEntryPath(&path, QzPathAnomaly::kBackslashPlatform, &why) !=
-        QzPathAnomaly::EntryVerdict::Keep)
-        return false;
-    if (QzPathAnomaly::CheckDirectoryPath(path, &why) != QzPathAnomaly::DirVerdict::Enter) {
-        QzLog::WriteLine(why);
-        return false;
-    }
-    return !QzInfoManager::DirIsExcludedFromBackupInQzInfo(info.fullPath);
+    // files, which meets it as an entry of its listing; a folder the walk's
+    // folder filters refuse is logged here.
+    const EntryRefusal refusal = WhyNotAnEntry(info, &why);
+    if (refusal == EntryRefusal::Anomaly && !why.IsEmpty()) QzLog::WriteLine(why);
+    return refusal == EntryRefusal::None;
 }
 
 // The walk lists the root and the top-level folders again and logs what it
@@ -131,7 +124,24 @@ bool ExtractVolumePath(const QzString& dir, QzString* volumeRet) {
     return true;
 }
 
-bool IsSkippedTopLevelDir(const QzString& dir) {
+EntryRefusal WhyNotAnEntry(const QzFileInfo& info, QzString* whyRet) {
+    whyRet->Clear();
+    if (!info.isDirectory) return EntryRefusal::NotADirectory;
+    if (info.isReparsePoint) return EntryRefusal::ReparsePoint;
+    if (IsSkippedTopLevelDir(info.fullPath, whyRet)) return EntryRefusal::SkipList;
+    QzString path = info.fullPath;
+    if (QzPathAnomaly::CheckEntryPath(&path, QzPathAnomaly::kBackslashPlatform, whyRet) !=
+        QzPathAnomaly::EntryVerdict::Keep)
+        return EntryRefusal::NameAnomaly;
+    if (QzPathAnomaly::CheckDirectoryPath(path, whyRet) != QzPathAnomaly::DirVerdict::Enter)
+        return EntryRefusal::Anomaly;
+    whyRet->Clear();
+    if (QzInfoManager::DirIsExcludedFromBackupInQzInfo(info.fullPath, whyRet))
+        return EntryRefusal::ExcludedBySettings;
+    return EntryRefusal::None;
+}
+
+bool IsSkippedTopLevelDir(const QzString& dir, QzString* wordRet) {
     static const char* const kFromSecondChar[] = {":\\Windows\\", ":\\windows.old\\", ":\\FileHistory\\"};
     static const char* const kAnywhere[] = {
         "\\windows\\",
@@ -154,11 +164,17 @@ bool IsSkippedTopLevelDir(const QzString& dir) {
     const QzString withSep = QzCat(dir, "\\");
     if (withSep.Length() > 1) {
         const QzString fromSecond(withSep.c_str() + 1, withSep.Length() - 1);
-        for (const char* p : kFromSecondChar)
-            if (fromSecond.StartsWithIgnoreCase(p)) return true;
+        for (const char* p : kFromSecondChar) {
+            if (!fromSecond.StartsWithIgnoreCase(p)) continue;
+            if (wordRet) wordRet->Set(p);
+            return true;
+        }
     }
-    for (const char* p : kAnywhere)
-        if (withSep.ContainsIgnoreCase(p)) return true;
+    for (const char* p : kAnywhere) {
+        if (!withSep.ContainsIgnoreCase(p)) continue;
+        if (wordRet) wordRet->Set(p);
+        return true;
+    }
     return false;
 }
 

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "QzFileInfo.h"
 #include "QzString.h"
 #include "QzVolumeInfo.h"
 
@@ -41,8 +42,23 @@ namespace QzTopDirsFile {
 bool ExtractVolumePath(const QzString& dir, QzString* volumeRet);
 
 // True when the top-level list never makes the directory an entry: system,
-// program and recycle folders and other backup programs' stores.
-bool IsSkippedTopLevelDir(const QzString& dir);
+// program and recycle folders and other backup programs' stores. wordRet (may
+// be null) gets the skip-list text that matched.
+bool IsSkippedTopLevelDir(const QzString& dir, QzString* wordRet = nullptr);
+
+// Why a listed directory of the first or second level is not made an entry.
+enum class EntryRefusal {
+    None,                // it becomes an entry
+    NotADirectory,       // a file
+    ReparsePoint,        // junctions and links are never entered
+    SkipList,            // IsSkippedTopLevelDir
+    NameAnomaly,         // its name holds a line break (logged by the writer of its parent's files)
+    Anomaly,             // the walk's own folder filters refuse it
+    ExcludedBySettings,  // excluded as a whole (QzInfoManager::DirIsExcludedFromBackupInQzInfo)
+};
+// The list builder's decision for one listed directory; whyRet gets the
+// skip-list word, the filter's log line or the exclusion that applies.
+EntryRefusal WhyNotAnEntry(const QzFileInfo& info, QzString* whyRet);
 
 // Builds the list for every selected volume that is attached; the elevated
 // volume (may be null) comes first so that its list is done first. False,

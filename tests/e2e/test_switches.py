@@ -1,7 +1,6 @@
 """The switch table: what each switch prints, its exit code, and how missing
 operands are treated."""
 
-import os
 import re
 
 from harness import NO_QZINFO_LINE, check, check_eq, startup_line_re
@@ -17,21 +16,12 @@ def expect(m, args, stdout, rc=0, stderr=""):
 
 
 def expect_recognised(m, args):
-    """A switch given enough operands is taken up: no "Unknown arg", no usage line.
-    While its work is not in this build it says so on stderr only, and logs it."""
-    before = len(m.log_messages()) if os.path.isdir(m.datadir()) else 0
+    """A switch given enough operands is taken up: no "Unknown arg", no usage
+    line, and no switch says it is not available."""
     r = m.run(*args)
     check("Unknown arg" not in r.stdout, f"{list(args)} was not recognised: {r.stdout!r}")
     check("Must have additional arg" not in r.stdout, f"{list(args)} asked for more operands: {r.stdout!r}")
-    if "not available" in r.stderr:
-        check_eq(r.stdout, "", f"stdout of {list(args)}")
-        check_eq(r.rc, 0, f"exit code of {list(args)}")
-        lines = r.stderr.splitlines()
-        check(len(lines) == 1 and args[0] in lines[0],
-              f"stderr of {list(args)} should be one line naming the switch, got {r.stderr!r}")
-        if os.path.isdir(m.datadir()):
-            check(any(args[0] in msg and "not available" in msg for msg in m.log_messages()[before:]),
-                  f"no log line refusing {args[0]}")
+    check("not available" not in r.stdout + r.stderr, f"{list(args)} is not available: {r.stderr!r}")
     return r
 
 

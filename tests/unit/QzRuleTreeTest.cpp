@@ -196,6 +196,30 @@ TEST_F(QzRuleTreeTest, CommentsAreRemovedAndAnUnterminatedOneEndsTheText) {
                  "where START of comment is:<!-- open"));
 }
 
+// The matcher's hit tells its data set and the line of its element, counted
+// in the text as given (comments spanning lines included); a duplicate in a
+// later data set leaves the first rule as the one that matches.
+TEST_F(QzRuleTreeTest, TheExcludingRuleKnowsItsDataSetAndLine) {
+    ASSERT_TRUE(Parse(RuleFile("<!-- one\n two\n three -->\n" + Rule(":\\users\\", "\\a\\") + "<!-- x -->" +
+                               Rule(":\\users\\", "\\b\\")),
+                      "editable_rules"));
+    ASSERT_TRUE(Parse(RuleFile(Rule(":\\users\\", "\\a\\") + Rule("*", "\\c\\")), "qzinfo.xml"));
+    const struct {
+        const char* path;
+        const char* dataSet;
+        int32_t line;
+    } kCases[] = {{"C:\\Users\\a\\f", "editable_rules", 7},
+                  {"C:\\Users\\b\\f", "editable_rules", 8},
+                  {"C:\\x\\c\\f", "qzinfo.xml", 5}};
+    for (const auto& c : kCases) {
+        EXPECT_FALSE(Wanted(c.path)) << c.path;
+        const QzExcludeRuleNode* hit = tree_.LastExcludingRule();
+        ASSERT_NE(hit, nullptr) << c.path;
+        EXPECT_STREQ(hit->fields.dataSet.c_str(), c.dataSet) << c.path;
+        EXPECT_EQ(hit->fields.sourceLine, c.line) << c.path;
+    }
+}
+
 TEST_F(QzRuleTreeTest, DuplicatesAreDroppedWithOneMessageEach) {
     const std::string r = Rule(":\\Users\\", "\\A\\", "*", "x|y", "\\f.dat", "DAT");
     ASSERT_TRUE(Parse(RuleFile(r + Rule(":\\users\\", "\\a\\", "*", "X|Y", "\\F.DAT", "dat") + r)));

@@ -25,7 +25,7 @@ SYSTEM_DLLS = {
     "gdi32.dll", "iphlpapi.dll", "kernel32.dll", "kernelbase.dll", "msvcrt.dll", "netapi32.dll",
     "ntdll.dll", "ole32.dll", "oleaut32.dll", "psapi.dll", "rpcrt4.dll", "secur32.dll",
     "shell32.dll", "shlwapi.dll", "ucrtbase.dll", "user32.dll", "userenv.dll", "version.dll",
-    "winmm.dll", "ws2_32.dll", "wsock32.dll",
+    "winmm.dll", "wintrust.dll", "ws2_32.dll", "wsock32.dll",
 }
 SYSTEM_DLL_PATTERNS = [re.compile(r"api-ms-win-(crt|core)-[a-z0-9-]+\.dll")]
 
