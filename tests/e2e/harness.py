@@ -450,7 +450,16 @@ class Machine:
         return lines
 
     def log_lines(self):
-        return [parse_log_line(raw) for raw in self.raw_log_lines()]
+        """One entry per message; a message may hold line feeds, so a physical
+        line without the time and process id continues the one before it."""
+        out = []
+        for raw in self.raw_log_lines():
+            if out and not LOG_LINE_RE.match(raw):
+                prev = out[-1]
+                out[-1] = prev._replace(message=prev.message + "\n" + raw, raw=prev.raw + "\n" + raw)
+                continue
+            out.append(parse_log_line(raw))
+        return out
 
     def log_messages(self):
         return [line.message for line in self.log_lines()]

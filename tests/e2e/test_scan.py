@@ -410,6 +410,10 @@ def test_elevated_drive_list_is_swapped_in_before_the_other_volumes(m):
         check(hits, f"no log line matches {pattern!r}")
         return hits[0]
 
+    # The alert levels are one message: a header line, then a line per volume.
+    index(r"All_Volume_Defcon_Level=2, listing 2 volumes below:\n {19}defcon_volume_index=0, qzVol_defconLevel=2, "
+          r"qzVol_lastFileListedInDays=20, qzVol_lastSeenInDays=0, qzVol_lastFilePushedInDays=1, "
+          r"mountPointPath=D:\\\n {19}defcon_volume_index=1, .*qzVol_lastFileListedInDays=1 , ")
     index(r"Defcon_very_interesting_drive_to_qzfilelist_attached processId=\d+, with defcon=2, mountPoint=D:\\, "
           r"qzVol_lastFileListedInDays=20, qzVol_lastSeenInDays=0, qzVol_lastFilePushedInDays=1, "
           r"and we are going to URGENTLY_RUN_FAST this run!$")
