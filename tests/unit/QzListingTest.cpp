@@ -82,14 +82,10 @@ TEST_F(QzListingTest, LongPathPrefixIsDecidedOnTheDirectory) {
 }
 
 TEST(QzFileInfoList, GrowsInTheDocumentedSteps) {
-    EXPECT_EQ(QzFileInfoList::GrownCapacity(0, 0), 5);
-    EXPECT_EQ(QzFileInfoList::GrownCapacity(4, 0), 5);
-    EXPECT_EQ(QzFileInfoList::GrownCapacity(5, 5), 55);
-    EXPECT_EQ(QzFileInfoList::GrownCapacity(55, 55), 105);
-    EXPECT_EQ(QzFileInfoList::GrownCapacity(3955, 3955), 4005);
-    EXPECT_EQ(QzFileInfoList::GrownCapacity(4005, 4005), 100005);
-    EXPECT_EQ(QzFileInfoList::GrownCapacity(100005, 100005), 200005);
-    EXPECT_EQ(QzFileInfoList::GrownCapacity(200005, 200005), 5000005);
+    const int32_t steps[][3] = {{0, 0, 5},          {4, 0, 5},          {5, 5, 55},           {55, 55, 105},
+                                {3955, 3955, 4005}, {4005, 4005, 100005}, {100005, 100005, 200005},
+                                {200005, 200005, 5000005}};
+    for (const auto& c : steps) EXPECT_EQ(QzFileInfoList::GrownCapacity(c[0], c[1]), c[2]) << c[0];
 
     QzFileInfoList list;
     EXPECT_EQ(list.Capacity(), 5);
