@@ -5,21 +5,9 @@ Natively the drives are directories named through QZ_DRIVES. Under Wine one
 prefix serves the whole run: its C: drive is reset before each test and extra
 drives are links in dosdevices/ to per-test directories.
 
-A test is a function test_*(m) in a test_*.py module; m is a fresh Machine:
-    m.platform                 "native" or "wine"
-    m.c("a\\b")                host path of C:\\a\\b (m.host_path("D:\\x") for any drive)
-    m.map_drive("D", kind)     maps D: to a new empty directory (kind: fixed, removable,
-                               remote, cdrom, ramdisk) and returns it
-    m.write_install_xml(datadir=..., hguid=...)   <install dir>qzinstall.xml
-    m.make_datadir(), m.datadir(), m.write_qzinfo(), m.disable_buffering()
-    m.run(*args, env={...})    -> Result(rc, stdout, stderr), newlines normalised
-    m.start(*args) / m.wait(p) the same, for runs that overlap
-    m.log_lines()              parsed lines of the GMT day files around today
-    m.log_messages(), m.raw_log_lines(), m.day_file(day), m.log_dir()
-    m.snapshot()               every path on the test's own drives
-    with m.hold("D:\\x"):       the file is held exclusively, as another program would
-Checks raise AssertionError through check(), check_eq(), check_match();
-raise Skip("why") when the test cannot judge.
+A test is a function test_*(m) in a test_*.py module; m is a fresh Machine
+(see its methods). Checks raise AssertionError through check(), check_eq(),
+check_match(); raise Skip("why") when the test cannot judge.
 """
 
 import contextlib
@@ -303,9 +291,7 @@ class Machine:
                 attrs += f' hguid="{hguid}"'
             raw = f'<?xml version="1.0" encoding="UTF-8"?>\n<qzinstall{attrs} />\n'
         path = self.host_path(INSTALL_DIR + "qzinstall.xml")
-        os.makedirs(os.path.dirname(path), exist_ok=True)
-        with open(path, "w", encoding="utf-8", newline="") as f:
-            f.write(raw)
+        write(path, raw)
         if datadir:
             # As the program does: one trailing separator is dropped, then one added.
             self.datadir_win = (datadir[:-1] if datadir[-1] in "\\/" else datadir) + "\\"
@@ -317,9 +303,8 @@ class Machine:
         return self.host_path(self.datadir_win)
 
     def make_datadir(self):
-        d = self.datadir()
-        os.makedirs(d, exist_ok=True)
-        return d
+        os.makedirs(self.datadir(), exist_ok=True)
+        return self.datadir()
 
     def write_qzinfo(self, text=None):
         if text is None:
@@ -327,15 +312,12 @@ class Machine:
                     '<qzvolume qzVolumeGuid="v0010000000000000000000000000001" mountPointPath="C:\\" />\n'
                     '</qzinfo>\n')
         path = os.path.join(self.make_datadir(), "qzinfo.xml")
-        with open(path, "w", encoding="utf-8", newline="") as f:
-            f.write(text)
+        write(path, text)
         return path
 
     def disable_buffering(self):
-        d = os.path.join(self.make_datadir(), "qzfilelists")
-        os.makedirs(d, exist_ok=True)
-        path = os.path.join(d, "qzfilelistdisablebuffering.txt")
-        open(path, "w").close()
+        path = os.path.join(self.make_datadir(), "qzfilelists", "qzfilelistdisablebuffering.txt")
+        write(path, "")
         return path
 
     # ---- running ----
@@ -439,12 +421,9 @@ class Machine:
             if d not in days:
                 days.append(d)
         lines = []
-        for d in days:
-            path = self.day_file(d)
+        for path in (self.day_file(d) for d in days):
             if os.path.exists(path):
-                with open(path, "rb") as f:
-                    data = f.read()
-                text = data.decode("utf-8")
+                text = read(path)
                 check(text.endswith("\n") or not text, f"{path} does not end with a newline")
                 lines.extend(text.split("\n")[:-1])
         return lines
@@ -479,15 +458,11 @@ class Machine:
         return found
 
     def describe(self):
-        """The last runs, for a failure report."""
-        out = []
-        for args, r in self.history[-3:]:
-            out.append(f"  run {list(args)!r}: rc={r.rc} stdout={r.stdout[:600]!r} stderr={r.stderr[:600]!r}")
+        """The last runs and the log's tail, for a failure report."""
+        out = [f"  run {list(a)!r}: rc={r.rc} stdout={r.stdout[:600]!r} stderr={r.stderr[:600]!r}"
+               for a, r in self.history[-3:]]
         try:
             lines = self.raw_log_lines()
         except Exception as e:  # the log may be what is broken
             lines = [f"(log unreadable: {e})"]
-        if lines:
-            out.append("  log tail:")
-            out.extend("    " + l for l in lines[-8:])
-        return "\n".join(out)
+        return "\n".join(out + ["  log tail:"] + ["    " + l for l in lines[-8:]])

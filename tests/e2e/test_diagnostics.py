@@ -18,37 +18,21 @@ def check_human_size(text, exact, what):
         check(value < 1024, f"{what}: {text!r} should use a larger unit")
 
 
-def test_is64bit(m):
+def test_bitness_and_memory(m):
     r = m.run("-is64bit")
     check_eq((r.rc, r.stdout), (0, "I am a 64 bit process.\n"), "-is64bit")
-
-
-def test_print_ram(m):
-    r = m.run("-printRam")
-    check_eq(r.rc, 0, "exit code")
-    mm = check_match(r"^Hardware RAM in Bytes: (\S+ \S+) \((\d+)\)\n$", r.stdout, "-printRam")
+    mm = check_match(r"^Hardware RAM in Bytes: (\S+ \S+) \((\d+)\)\n$", m.run("-printRam").stdout, "-printRam")
     ram = int(mm.group(2))
     check(ram > 100 * 1024 * 1024, f"implausible RAM size {ram}")
     check_human_size(mm.group(1), ram, "RAM")
-
-
-def test_print_mem_usage(m):
-    r = m.run("-printMemUsage")
-    check_eq(r.rc, 0, "exit code")
-    mm = check_match(r"^ResidentMem: (\S+ \S+) \((\d+)\)\nVirtualMem: (\S+ \S+) \((\d+)\)\n$", r.stdout,
-                     "-printMemUsage")
+    mm = check_match(r"^ResidentMem: (\S+ \S+) \((\d+)\)\nVirtualMem: (\S+ \S+) \((\d+)\)\n$",
+                     m.run("-printMemUsage").stdout, "-printMemUsage")
     resident, virtual = int(mm.group(2)), int(mm.group(4))
-    check(100 * 1024 < resident < 4 << 30, f"implausible resident size {resident}")
-    check(0 < virtual < 1 << 50, f"implausible virtual size {virtual}")
+    check(100 * 1024 < resident < 4 << 30 and 0 < virtual < 1 << 50, f"implausible sizes {resident}, {virtual}")
     check_human_size(mm.group(1), resident, "ResidentMem")
     check_human_size(mm.group(3), virtual, "VirtualMem")
-
-
-def test_oswithdetail(m):
     r = m.run("-oswithdetail")
-    check_eq(r.rc, 0, "exit code")
     mm = check_match(r"^OSwithDetail: (.+)\n$", r.stdout, "-oswithdetail")
-    check(mm.group(1).strip(), "empty OS description")
     check("64-bit process" in mm.group(1), f"a 64-bit build should say so: {mm.group(1)!r}")
 
 

@@ -19,13 +19,10 @@
 
 namespace {
 
-void Fail(const char* what, long long a = 0, long long b = 0) {
+void Check(bool ok, const char* what, long long a = 0, long long b = 0) {
+    if (ok) return;
     std::fprintf(stderr, "INVARIANT BROKEN: %s (%lld, %lld)\n", what, a, b);
     std::abort();
-}
-
-void Check(bool ok, const char* what, long long a = 0, long long b = 0) {
-    if (!ok) Fail(what, a, b);
 }
 
 std::string_view View(const QzString& s) { return {s.c_str(), static_cast<size_t>(s.Length())}; }
@@ -45,11 +42,7 @@ std::string Lower(std::string s) {
 
 int Sign(int v) { return (v > 0) - (v < 0); }
 
-int ModelCompare(const std::string& a, const std::string& b) {
-    const int c = std::memcmp(a.data(), b.data(), std::min(a.size(), b.size()));
-    if (c != 0) return Sign(c);
-    return a.size() == b.size() ? 0 : (a.size() < b.size() ? -1 : 1);
-}
+int ModelCompare(const std::string& a, const std::string& b) { return Sign(a.compare(b)); }
 
 int32_t ModelFind(const std::string& hay, const std::string& needle, int32_t from) {
     const size_t start = from < 0 ? 0 : static_cast<size_t>(from);
@@ -67,27 +60,20 @@ bool ModelValidUtf8(std::string_view s) {
     auto in = [](unsigned char c, unsigned lo, unsigned hi) { return c >= lo && c <= hi; };
     for (size_t i = 0; i < n;) {
         const unsigned char c = u[i];
-        size_t k;
+        size_t k = 0;
         unsigned lo = 0x80, hi = 0xBF;
-        if (c <= 0x7F) {
+        if (c <= 0x7F) k = 0;
+        else if (in(c, 0xC2, 0xDF)) k = 1;
+        else if (c == 0xE0) k = 2, lo = 0xA0;
+        else if (in(c, 0xE1, 0xEC) || in(c, 0xEE, 0xEF)) k = 2;
+        else if (c == 0xED) k = 2, hi = 0x9F;
+        else if (c == 0xF0) k = 3, lo = 0x90;
+        else if (in(c, 0xF1, 0xF3)) k = 3;
+        else if (c == 0xF4) k = 3, hi = 0x8F;
+        else return false;
+        if (k == 0) {
             ++i;
             continue;
-        } else if (in(c, 0xC2, 0xDF)) {
-            k = 1;
-        } else if (c == 0xE0) {
-            k = 2, lo = 0xA0;
-        } else if (in(c, 0xE1, 0xEC) || in(c, 0xEE, 0xEF)) {
-            k = 2;
-        } else if (c == 0xED) {
-            k = 2, hi = 0x9F;
-        } else if (c == 0xF0) {
-            k = 3, lo = 0x90;
-        } else if (in(c, 0xF1, 0xF3)) {
-            k = 3;
-        } else if (c == 0xF4) {
-            k = 3, hi = 0x8F;
-        } else {
-            return false;
         }
         if (i + k >= n) return false;  // the sequence is cut short
         if (!in(u[i + 1], lo, hi)) return false;
@@ -108,14 +94,6 @@ bool ModelValidUtf16(const std::vector<char16_t>& w) {
         }
     }
     return true;
-}
-
-// A path longer than 250 bytes gets the long-path prefix unless it has it;
-// a network path "\\server\share\..." takes its UNC form "\\?\UNC\server\share\...".
-std::string ModelPathForm(std::string_view path) {
-    if (path.size() <= 250 || path.substr(0, 4) == "\\\\?\\") return std::string(path);
-    if (path.substr(0, 2) == "\\\\") return "\\\\?\\UNC\\" + std::string(path.substr(2));
-    return "\\\\?\\" + std::string(path);
 }
 
 // Self-appends double the string; past this size they are skipped.
@@ -152,21 +130,18 @@ void StringProgram(FuzzedDataProvider& fdp) {
                 model += std::to_string(v);
                 break;
             }
-            case 4: {
+            case 4:
+            case 5: {  // padded decimal or hexadecimal; widths beyond 64 are cut to 64
                 const int64_t v = fdp.ConsumeIntegral<int64_t>();
                 const int w = fdp.ConsumeIntegralInRange<int>(0, 80);
-                Check(s.AppendPaddedInt(v, w), "AppendPaddedInt failed");
                 char buf[128];
-                std::snprintf(buf, sizeof buf, "%0*lld", w > 64 ? 64 : w, static_cast<long long>(v));
-                model += buf;
-                break;
-            }
-            case 5: {
-                const int64_t v = fdp.ConsumeIntegral<int64_t>();
-                const int w = fdp.ConsumeIntegralInRange<int>(0, 80);
-                Check(s.AppendPaddedHex(v, w), "AppendPaddedHex failed");
-                char buf[128];
-                std::snprintf(buf, sizeof buf, "%0*llx", w > 64 ? 64 : w, static_cast<unsigned long long>(v));
+                if (op == 4) {
+                    Check(s.AppendPaddedInt(v, w), "AppendPaddedInt failed");
+                    std::snprintf(buf, sizeof buf, "%0*lld", w > 64 ? 64 : w, static_cast<long long>(v));
+                } else {
+                    Check(s.AppendPaddedHex(v, w), "AppendPaddedHex failed");
+                    std::snprintf(buf, sizeof buf, "%0*llx", w > 64 ? 64 : w, static_cast<unsigned long long>(v));
+                }
                 model += buf;
                 break;
             }
@@ -248,31 +223,24 @@ void StringProgram(FuzzedDataProvider& fdp) {
                 s.Clear();
                 model.clear();
                 break;
-            case 15: {  // appending ourselves, or a slice of ourselves
+            case 15:
+            case 16: {  // appending ourselves; appending or setting a slice of ourselves
                 if (model.size() > kMaxModel) break;  // doubling would soon exhaust memory
-                if (model.empty() || fdp.ConsumeBool()) {
+                if (op == 15 && (model.empty() || fdp.ConsumeBool())) {
                     Check(s.Append(s), "Append(self) failed");
                     model += model;
-                } else {
-                    // Slices may reach past the text into unwritten bytes or
-                    // past the buffer: those are refused and change nothing.
-                    const size_t at = fdp.ConsumeIntegralInRange<size_t>(0, model.size() - 1);
-                    const size_t n = fdp.ConsumeIntegralInRange<size_t>(0, model.size() - at + 40);
-                    const bool fits = at + n <= model.size();
-                    Check(s.Append(s.c_str() + at, static_cast<int32_t>(n)) == fits, "Append(own slice) differs",
-                          static_cast<long long>(n), fits);
-                    if (fits) model += model.substr(at, n);
+                    break;
                 }
-                break;
-            }
-            case 16: {  // setting to a slice of ourselves, refused where it reaches past the text
                 if (model.empty()) break;
+                // Slices reaching past the text, into unwritten bytes or past
+                // the buffer, are refused and change nothing.
                 const size_t at = fdp.ConsumeIntegralInRange<size_t>(0, model.size() - 1);
                 const size_t n = fdp.ConsumeIntegralInRange<size_t>(0, model.size() - at + 40);
                 const bool fits = at + n <= model.size();
-                Check(s.Set(s.c_str() + at, static_cast<int32_t>(n)) == fits, "Set(own slice) differs",
-                      static_cast<long long>(n), fits);
-                if (fits) model = model.substr(at, n);
+                const auto len = static_cast<int32_t>(n);
+                Check((op == 15 ? s.Append(s.c_str() + at, len) : s.Set(s.c_str() + at, len)) == fits,
+                      "own slice accepted/refused wrongly", static_cast<long long>(n), fits);
+                if (fits) model = op == 15 ? model + model.substr(at, n) : model.substr(at, n);
                 break;
             }
             case 17: {  // copies and moves keep the value and leave the source usable

@@ -50,21 +50,6 @@ TEST(QzClientVersion, OlderFormatsNeverEndLifeButNegativeRevisionsCountAsLarge) 
     EXPECT_TRUE(EndOfLife("-1", "99.0.0.0"));
 }
 
-TEST(QzClientVersion, RevisionSetsTheEntryNames) {
-    QzClientVersionManager q2(VersionFile("<revision num=\"3\" />\n").c_str());
-    EXPECT_EQ(q2.detect_revision(), 3);
-    EXPECT_STREQ(q2.ReleaseEntry(), "release");
-    EXPECT_STREQ(q2.UpdateEntry(), "autoupdate");
-    EXPECT_STREQ(q2.HostPlaceholder(), "%Q2_HOST%");
-    QzClientVersionManager legacy(VersionFile("<other />\n").c_str());
-    EXPECT_EQ(legacy.detect_revision(), 1);
-    EXPECT_STREQ(legacy.ReleaseEntry(), "update");
-    EXPECT_STREQ(legacy.UpdateEntry(), "update");
-    EXPECT_STREQ(legacy.HostPlaceholder(), "%DEST_HOST%");
-    EXPECT_STREQ(legacy.VersionEntry(), "win32_version");
-    EXPECT_STREQ(legacy.MsiUrlEntry(), "win32_msi_url");
-}
-
 TEST(QzClientVersion, RaisesItsErrorTexts) {
     EXPECT_EQ(ErrorOf("<revision num=\"4\" />\n"),
               "QzClientVersionManager::get_tag_xml - invalid format, <endoflife> tag not found");

@@ -74,23 +74,6 @@ std::vector<std::string> Lines(const std::string& content, std::vector<int64_t>*
 
 }  // namespace
 
-TEST(QzFastFileReader, GrepReportsLineNumbersAndFoldsOnlyAscii) {
-    const std::string text = "C:\\Users\\Bob\\a.txt\r\nC:\\users\\BOB\\b.txt\nno match\nÉTÉ bob\nété BOB\nlast bob";
-    EXPECT_EQ(Grep(text, "Bob", false), (std::vector<Hit>{{1, "C:\\Users\\Bob\\a.txt", false}}));
-    EXPECT_EQ(Grep(text, "bob", true),
-              (std::vector<Hit>{{1, "C:\\Users\\Bob\\a.txt", false},
-                                {2, "C:\\users\\BOB\\b.txt", false},
-                                {4, "ÉTÉ bob", false},
-                                {5, "été BOB", false},
-                                {6, "last bob", false}}));
-    EXPECT_EQ(Grep(text, "été bob", true), (std::vector<Hit>{{5, "été BOB", false}}));
-    EXPECT_EQ(Grep(text, "ÉTÉ BOB", true).size(), 1u);  // É is not folded to é
-    EXPECT_EQ(Grep(text, "bob", true, 2).size(), 2u);    // stops at the hit limit
-    EXPECT_EQ(Grep(text, "", false).size(), 6u);         // an empty pattern matches every line
-    EXPECT_TRUE(Grep(text, "a.txt\nC", false).empty());  // a pattern cannot span lines
-    EXPECT_TRUE(Grep("", "x", false).empty());
-}
-
 TEST(QzFastFileReader, GrepAgreesWithAPlainSearch) {
     // Small alphabets make every byte common and near matches frequent; one
     // byte in 200 comes from a second set, rare enough to search by.
@@ -127,36 +110,6 @@ TEST(QzFastFileReader, GrepAgreesWithAPlainSearch) {
                 << "round " << round << ", pattern \"" << pattern << "\", ignoreCase " << ignoreCase;
         }
     }
-}
-
-TEST(QzFastFileReader, PatternsUpTo64KiBAreFoundExactlyAndLongerOnesRefused) {
-    const int32_t max = QzFastFileReader::kMaxPatternBytes;
-    // A pattern of bytes common in the file and one whose rarest byte is
-    // rare, at both ends of the accepted lengths.
-    for (const bool common : {true, false}) {
-        for (const int32_t len : {max - 1, max}) {
-            std::string pat;
-            while (static_cast<int32_t>(pat.size()) < len)
-                pat += common ? "C:\\Users\\Bob\\Docs\\" : "aaaaaaaaaaaQ";
-            pat.resize(static_cast<size_t>(len));
-            std::string nearMiss = pat;
-            nearMiss[static_cast<size_t>(len / 2)] ^= 1;
-            const std::string text = "C:\\Users\\Bob\\a.txt\n" + nearMiss + "\n" + pat.substr(1) + "\nx" +
-                                     pat + "y\n" + pat.substr(0, static_cast<size_t>(len - 1)) + "\n";
-            const std::vector<Hit> want{{4, "x" + pat + "y", false}};
-            EXPECT_EQ(Grep(text, pat.c_str(), false, 10000, 1), want) << len;
-            std::string upper = pat;
-            for (char& c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-            EXPECT_EQ(Grep(text, upper.c_str(), true, 10000, 1), want) << len;
-        }
-    }
-    const QzString path = QzCat(QzTest::NewScratchSubdir("toolong"), "list.dat");
-    ASSERT_TRUE(QzTest::WriteFile(path, "abc\n"));
-    QzFastFileReader reader;
-    ASSERT_TRUE(reader.Open(path.c_str()));
-    EXPECT_FALSE(
-        reader.Grep(std::string(static_cast<size_t>(max) + 1, 'a').c_str(), false, 10, [](auto...) {}));
-    EXPECT_STREQ(reader.Error().c_str(), "error_pattern_is_too_long");
 }
 
 TEST(QzFastFileReader, PatternsThatNearlyMatchEverywhereAreSearchedInLinearTime) {
@@ -233,10 +186,3 @@ TEST(QzFastFileReader, NextLineSplitsAtNewlinesAndDropsOneCarriageReturn) {
     EXPECT_EQ(big[2], "y");
 }
 
-TEST(QzFastFileReader, OpenFailuresSayWhy) {
-    QzFastFileReader reader;
-    EXPECT_FALSE(reader.Open(QzCat(QzTest::NewScratchSubdir("nofile"), "missing.dat").c_str()));
-    EXPECT_STREQ(reader.Error().c_str(), "file_does_not_exist");
-    EXPECT_FALSE(reader.Open(QzTest::NewScratchSubdir("adir").c_str()));
-    EXPECT_STREQ(reader.Error().c_str(), "error_win32_CreateF_failed_5_ERROR_ACCESS_DENIED");
-}

@@ -153,20 +153,3 @@ TEST_F(QzFileSetsTest, EmptyExcludedTypesWarnNineTimesThenRarelyUntilAQuietSpell
     EXPECT_EQ(log_.Count("Initializing warningSuppressionTimerRecord."), 1);
 }
 
-TEST_F(QzFileSetsTest, AtMost9999DirectoryFiltersAreTaken) {
-    std::string many;
-    for (int i = 0; i < 9999; ++i) many += Filter("C:\\d" + std::to_string(i), "none");
-    const QzFilesToWatch a = Watch("<qzinfo excludefiletypes=\"x\">\n<do_backup>\n" + many +
-                                   Filter("C:\\extra", "none") + "</do_backup>\n");
-    EXPECT_EQ(a.dirs.size(), 9999u);
-    EXPECT_EQ(
-        log_.Count(
-            "ERROR: parsing qzinfo.xml, found more than QZ_INFO_MAX_NUM_DIR_FILTERS=9999 qzdirfilters, so "
-            "ignoring the rest - location A"),
-        1);
-    const QzFilesToWatch b =
-        Watch("<qzinfo excludefiletypes=\"x\">\n<do_backup>\n" + many + "</do_backup>\n<do_backup>\n" +
-              Filter("C:\\extra", "none") + "</do_backup>\n");
-    EXPECT_EQ(b.dirs.size(), 9999u);
-    EXPECT_EQ(log_.Count("ignoring the rest - location B"), 1);
-}

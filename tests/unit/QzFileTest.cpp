@@ -67,25 +67,6 @@ TEST(QzFileRead, ReadsWholeFilesAndNamesEachFailure) {
     std::filesystem::resize_file(QzTest::HostPath(big), 0);
 }
 
-TEST(QzFileRead, SplitsLinesAtNewlinesDroppingCarriageReturns) {
-    std::vector<QzString> lines;
-    const char text[] = "one\r\ntwo\n\nthree\rstill three\nlast";
-    QzFile::SplitIntoLines(text, sizeof text - 1, &lines);
-    EXPECT_EQ(Strings(lines), (std::vector<std::string>{"one", "two", "", "three\rstill three", "last"}));
-    QzFile::SplitIntoLines("", 0, &lines);
-    EXPECT_TRUE(lines.empty());
-    QzFile::SplitIntoLines("x\n", 2, &lines);
-    EXPECT_EQ(Strings(lines), (std::vector<std::string>{"x"}));
-
-    const QzString file = QzCat(NewScratchSubdir("lines"), "list.txt");
-    ASSERT_TRUE(QzTest::WriteFile(file, "a\r\nb\n"));
-    QzString err;
-    ASSERT_TRUE(QzFile::ReadFileIntoLines(file.c_str(), &lines, &err));
-    EXPECT_EQ(Strings(lines), (std::vector<std::string>{"a", "b"}));
-    EXPECT_FALSE(QzFile::ReadFileIntoLines(QzCat(file, ".nope").c_str(), &lines, &err));
-    EXPECT_STREQ(err.c_str(), "file_does_not_exist");
-}
-
 TEST(QzFileXml, CutsElementsByTagInFileOrder) {
     const char* xml =
         "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n<contents>\n"
@@ -237,22 +218,3 @@ TEST(QzFileRead, PatientReadTellsMissingHeldAndRead) {
     EXPECT_STREQ(text.c_str(), "<contents />");
 }
 
-TEST(QzFileDirs, CreatesMissingParentsAndReportsExistence) {
-    const QzString dir = NewScratchSubdir("mk");
-    const QzString deep = QzCat(dir, "a\\b\\c\\");
-    EXPECT_TRUE(QzFile::CreateDirectoryRecursive(deep.c_str()));
-    EXPECT_TRUE(QzFile::DirExists(deep.c_str()));
-    EXPECT_FALSE(QzFile::FileExists(deep.c_str()));
-    const QzString f = QzCat(deep, "f.txt");
-    ASSERT_TRUE(QzFile::WriteEntireFile(f.c_str(), "12345", 5));
-    EXPECT_TRUE(QzFile::FileExists(f.c_str()));
-    EXPECT_EQ(QzFile::GetFileSizeInBytes(f.c_str()), 5);
-    EXPECT_GT(QzFile::GetFileLastModMillis(f.c_str()), 1600000000000LL);
-    EXPECT_EQ(QzFile::GetFileSizeInBytes(QzCat(f, "x").c_str()), -1);
-    EXPECT_TRUE(QzFile::DeleteFileIfExists(f.c_str()));
-    EXPECT_TRUE(QzFile::DeleteFileIfExists(f.c_str()));
-    // A file in the way makes the creation fail.
-    const QzString blocker = QzCat(dir, "blocker");
-    ASSERT_TRUE(QzFile::WriteEntireFile(blocker.c_str(), "x", 1));
-    EXPECT_FALSE(QzFile::CreateDirectoryRecursive(QzCat(blocker, "\\sub\\dir").c_str()));
-}

@@ -39,40 +39,6 @@ protected:
 
 }  // namespace
 
-TEST_F(QzLocationsTest, FallbacksWithoutAnInstallDescriptor) {
-    EXPECT_TRUE(QzFile::GetInstallDir().EqualsIgnoreCase("C:\\Program Files\\Korvatine\\"));
-    EXPECT_TRUE(QzFile::GetDataDir().EqualsIgnoreCase("C:\\ProgramData\\Korvatine\\qzdata\\"));
-    EXPECT_TRUE(QzFile::GetWindowsDir().EqualsIgnoreCase("C:\\Windows\\"));
-    EXPECT_STREQ(QzFile::GetMyHostGuid().c_str(), "999999999999999999999999");
-    EXPECT_NE(Log().find(" - ERROR: QzFile_Internal_Only_GetMyHostGuid - failed to get correct hguid from "
-                         "qzinstall.xml, falling back to 999999999999999999999999\n"),
-              std::string::npos);
-}
-
-TEST_F(QzLocationsTest, DataDirEndsInExactlyOneSeparatorRemoved) {
-    for (const char* value : {"D:\\Data\\", "D:\\Data", "D:\\Data/"}) {
-        Describe(std::string("datadir=\"") + value + "\"");
-        EXPECT_STREQ(QzFile::GetDataDir().c_str(), "D:\\Data\\") << value;
-    }
-    Describe("datadir=\"D:\\Data\\\\\"");
-    EXPECT_STREQ(QzFile::GetDataDir().c_str(), "D:\\Data\\\\");  // only one of two is removed
-    Describe("other=\"1\"");
-    EXPECT_TRUE(QzFile::GetDataDir().EqualsIgnoreCase("C:\\ProgramData\\Korvatine\\qzdata\\"));
-}
-
-TEST_F(QzLocationsTest, HostGuidMustBeExactly24Characters) {
-    Describe("hguid=\"abcdefabcdefabcdefabcdef\"");
-    EXPECT_STREQ(QzFile::GetMyHostGuid().c_str(), "abcdefabcdefabcdefabcdef");
-    EXPECT_EQ(Log().find("falling back"), std::string::npos);
-    Describe("hguid=\"abcdefabcdefabcdefabcde\"");
-    EXPECT_STREQ(QzFile::GetMyHostGuid().c_str(), "999999999999999999999999");
-    Describe("hguid=\"abcdefabcdefabcdefabcdef0\"");
-    EXPECT_STREQ(QzFile::GetMyHostGuid().c_str(), "999999999999999999999999");
-    // "associated_hguid" is another attribute.
-    Describe("associated_hguid=\"abcdefabcdefabcdefabcdef\"");
-    EXPECT_STREQ(QzFile::GetMyHostGuid().c_str(), "999999999999999999999999");
-}
-
 TEST_F(QzLocationsTest, ValuesAreCachedForTheProcess) {
     Describe("datadir=\"E:\\one\" hguid=\"111111111111111111111111\"");
     EXPECT_STREQ(QzFile::GetDataDir().c_str(), "E:\\one\\");

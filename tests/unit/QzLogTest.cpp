@@ -114,21 +114,6 @@ TEST_F(QzLogTest, LocatedMessagesNameFileLineFunctionAndLevel) {
                     }));
 }
 
-TEST_F(QzLogTest, ThreadsAppendWholeLines) {
-    g_now = kNov27Noon;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 8; ++t)
-        threads.emplace_back([t] {
-            for (int i = 0; i < 200; ++i) QzLog::WriteLine(QzCat("thread ", t, " line ", i, " ", QzString("padding")));
-        });
-    for (std::thread& th : threads) th.join();
-    std::istringstream in(QzTest::ReadFile(Day(27, ".log")));
-    const std::regex shape(R"(^2026-11-27 12:00:00 +\d+ - thread \d line \d+ padding$)");
-    int count = 0;
-    for (std::string line; std::getline(in, line); ++count) EXPECT_TRUE(std::regex_match(line, shape)) << line;
-    EXPECT_EQ(count, 1600);
-}
-
 TEST(QzLogOpen, StaysOffWhenTheDataDirectoryIsMissing) {
     const QzString dir = QzTest::NewScratchSubdir("logoff");
     const QzString dataDir = QzCat(dir, "qzdata\\");

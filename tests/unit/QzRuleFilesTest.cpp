@@ -242,31 +242,6 @@ TEST_F(QzRuleFilesTest, LoadFailsOnAnyRequiredDataSet) {
     EXPECT_TRUE(log_.Has(std::string(who) + "file does not exist, do not go forward:"));
 }
 
-TEST_F(QzRuleFilesTest, AMalformedRuleCostsOnlyItself) {
-    WriteQzInfo("<qzinfo excludefiletypes=\"tmp\" />");
-    QzRuleTree tree;
-    ASSERT_TRUE(QzRuleFiles::LoadAllRules(dir_, &tree));
-    // The editable file's first rule ends in ">" instead of "/>" and has no end tag.
-    std::string text = Read(Editable());
-    const size_t first = text.find("<excludefname_rule ");
-    const size_t close = text.find(" />", first);
-    ASSERT_NE(close, std::string::npos);
-    const std::string broken = text.substr(first, close - first) + ">";
-    text.replace(first, close + 3 - first, broken);
-    Write(Editable(), text);
-    ASSERT_TRUE(QzRuleFiles::LoadAllRules(dir_, &tree));
-    EXPECT_TRUE(
-        log_.Has("ERROR: QzFile::GetAllXmlSnippetsWithTagNameInXmlText - skipping a malformed "
-                 "<excludefname_rule> element, closed neither by \"/>\" nor by its end tag: " +
-                 broken));
-    EXPECT_FALSE(tree.UserWantsThisFileBackedUpEx("C:\\Users\\Bob\\NTUSER.DAT", 1, 1));
-    EXPECT_FALSE(tree.UserWantsThisFileBackedUpEx("C:\\Users\\Bob\\AppData\\Local\\Temp\\x.log", 1, 1));
-    EXPECT_FALSE(tree.UserWantsThisFileBackedUpEx("C:\\Pictures\\desktop.ini", 1, 1));
-    // Only the broken rule is lost.
-    EXPECT_TRUE(tree.UserWantsThisFileBackedUpEx(
-        "C:\\Users\\Bob\\AppData\\Local\\Microsoft\\Windows\\WebCache\\WebCacheV01.dat", 1, 1));
-}
-
 TEST_F(QzRuleFilesTest, OldMandatoryFileMakesTheLoadAddTheRegistryRules) {
     WriteQzInfo("<qzinfo excludefiletypes=\"tmp\" />");
     Write(Mandatory(), std::string(999, ' '));

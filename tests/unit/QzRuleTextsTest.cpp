@@ -136,27 +136,6 @@ TEST(QzRuleTextsTest, EveryWindowsRuleGroupCommentAndHeaderLineIsAsTheTableSays)
     EXPECT_EQ(blocks.macRules, 7);
 }
 
-TEST(QzRuleTextsTest, RegistryTextIsTheEditableRegistryGroup) {
-    const std::string group =
-        "comment\tThis block is to exclude the Windows registry file which is 8 GBytes and changes every "
-        "second "
-        "of every day and is part of \"programs\" that can be reinstalled";
-    auto golden = GoldenSections();
-    const std::vector<std::string>& editable = golden["editable"];
-    std::vector<std::string> want;
-    for (size_t k = 0; k < editable.size(); ++k) {
-        if (editable[k] != group) continue;
-        want.push_back(group);
-        while (++k < editable.size() && editable[k].rfind("rule\t", 0) == 0) want.push_back(editable[k]);
-        break;
-    }
-    ASSERT_EQ(want.size(), 11u);
-    ExpectSameRows(Parse(Str(QzRuleTexts::RegistryRulesText()), "t", true).items, want, "registry rules");
-    QzRuleTree tree;
-    EXPECT_TRUE(tree.ParseExcludeFileNameRules(&QzRuleTexts::RegistryRulesText(), "registry_rules"));
-    EXPECT_EQ(tree.NumRules(), 10);
-}
-
 TEST(QzRuleTextsTest, ParserTakesTheApplicableWindowsRulesAndDropsTheDeliberateCopies) {
     QzRuleTest::LogCapture log;
     QzRuleTree tree;

@@ -114,21 +114,6 @@ TEST_F(QzSettingsTest, FlagsScheduleAndTexts) {
     EXPECT_STREQ(s.excludeFileTypes[1].c_str(), "tmp");
 }
 
-TEST_F(QzSettingsTest, AMalformedVolumeEntryCostsOnlyItself) {
-    // The first entry ends in ">" and has no end tag: the later ones are still read.
-    WriteSettings("<qzvolume qzVolumeGuid=\"" + std::string(kGuid) + "\" mountPointPath=\"C:\\\">\n" +
-                  Volume(kGuid, "D:\\") + Volume(kGuid, "E:\\"));
-    ASSERT_TRUE(QzInfoManager::ReadControlPanelSettingsFromQzInfoXmlFile());
-    const auto& sel = QzInfoManager::Settings().selectedVolumes;
-    ASSERT_EQ(sel.size(), 2u);
-    EXPECT_STREQ(sel[0].mountPointPath.c_str(), "D:\\");
-    EXPECT_STREQ(sel[1].mountPointPath.c_str(), "E:\\");
-    EXPECT_TRUE(
-        Logged("ERROR: QzFile::GetAllXmlSnippetsWithTagNameInXmlText - skipping a malformed <qzvolume> "
-               "element, closed neither by \"/>\" nor by its end tag: <qzvolume qzVolumeGuid=\"" +
-               std::string(kGuid) + "\" mountPointPath=\"C:\\\">"));
-}
-
 TEST_F(QzSettingsTest, VolumeEntriesAreCheckedAndDuplicatesDropped) {
     WriteSettings(Volume(kGuid, "D:\\") + Volume(kGuid, "D:\\") + Volume(kGuid, "E:\\") +
                   "<qzvolume mountPointPath=\"F:\\\" />\n" + Volume("v0010123456789ab0123456789a", "G:\\") +
@@ -180,16 +165,6 @@ TEST_F(QzSettingsTest, BlockedNetworksNeedBothValues) {
     ASSERT_EQ(s.filesToWatch.dirs.size(), 1u);
     EXPECT_STREQ(s.filesToWatch.dirs[0].dir.c_str(), "C:\\Users");
     EXPECT_STREQ(s.filesToWatch.dirs[0].whichFiles.c_str(), "docs");
-}
-
-TEST(QzVolumeGuidForm, OnlyTheWrittenFormIsWellFormed) {
-    EXPECT_TRUE(QzInfoManager::IsWellFormedVolumeGuid(kGuid));
-    EXPECT_TRUE(QzInfoManager::IsWellFormedVolumeGuid("vfff123456781234567812345678"));
-    EXPECT_TRUE(QzInfoManager::IsWellFormedVolumeGuid("v00azzzzzzzzzzzzzzzzzzzzzzzz"));
-    for (const char* bad : {"", "v001", "v0010123456789ab0123456789a", "v0010123456789ab0123456789abc",
-                            "V0010123456789ab0123456789ab", "v0g10123456789ab0123456789ab",
-                            "v001012345678-ab0123456789ab", "v001012345678AB0123456789ab"})
-        EXPECT_FALSE(QzInfoManager::IsWellFormedVolumeGuid(bad)) << bad;
 }
 
 }  // namespace

@@ -43,12 +43,6 @@ TEST(QzTime, ConvertsFileTimesAndCountsAgeInWholeDaysUpTo9001) {
     EXPECT_EQ(QzTime::AgeInDays(INT64_MAX, INT64_MIN), 9001);
 }
 
-TEST(QzTime, CivilTimeKnowsTheWeekday) {
-    EXPECT_EQ(QzTime::GmtMillisToCivil(0).weekday, 4);  // Thursday
-    EXPECT_EQ(QzTime::GmtMillisToCivil(1622118896000).weekday, 4);
-    EXPECT_EQ(QzTime::GmtMillisToCivil(-1).weekday, 3);
-}
-
 TEST(QzUtil, HexRoundTripsAndRefusesMalformedInput) {
     QzString hex;
     QzUtil::AppendHexEncoded(hex, "C:\\\xC3\xA9", 5);
@@ -69,14 +63,3 @@ TEST(QzUtil, EscapesTheFiveXmlCharacters) {
     EXPECT_STREQ(out.c_str(), "a&lt;b&gt;&amp;&quot;c&apos;d");
 }
 
-TEST(QzUtil, HumanReadableBytes) {
-    QzString s;
-    QzUtil::AppendHumanReadableBytes(s, 512);
-    s.Append("|");
-    QzUtil::AppendHumanReadableBytes(s, 1536);
-    s.Append("|");
-    QzUtil::AppendHumanReadableBytes(s, 25276514304LL);
-    s.Append("|");
-    QzUtil::AppendHumanReadableBytes(s, INT64_MAX);
-    EXPECT_STREQ(s.c_str(), "512 bytes|1.5 KB|23.5 GB|8192.0 PB");
-}
