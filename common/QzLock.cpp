@@ -178,20 +178,22 @@ void SetGlobalThreeHourLock(std::unique_ptr<FileBasedLock> lock) {
     g_globalLastRefresh = QzTime::GetCurrentGmtMillis();
 }
 
-void RefreshGlobalThreeHourLock_ExitIfFail(const QzString& startDirIn) {
+namespace {
+// The heartbeat rule; `dirSuffix` (", startDirIn=" + the directory, or
+// nothing) ends the lines that name where the walk was.
+void RefreshGlobalLock(const QzString& dirSuffix) {
     const int64_t now = QzTime::GetCurrentGmtMillis();
     const int64_t elapsed = now - g_globalLastRefresh;
     if (elapsed >= 0 && elapsed <= kHeartbeatMillis) return;
     if (elapsed > kHeartbeatLateMillis)
         QzLog::WriteLine(QzCat("WARNING: qzfilelist processId= ", Pid(),
                                " more than 50 minutes since last refresh, elapsedMillis=",
-                               static_cast<long long>(elapsed), ", startDirIn=", startDirIn));
+                               static_cast<long long>(elapsed), dirSuffix));
 
     bool refreshed = false;
     if (!g_globalLock) {
         QzLog::WriteLine(QzCat("ERROR: RefreshGlobalThreeHourLock_ExitIfFail - processId=", Pid(),
-                               " called when global_threeHour lock ptr is NULL, not possible",
-                               ", startDirIn=", startDirIn));
+                               " called when global_threeHour lock ptr is NULL, not possible", dirSuffix));
     } else {
         refreshed = RefreshFileBasedLock(g_globalLock.get());
     }
@@ -213,5 +215,12 @@ void RefreshGlobalThreeHourLock_ExitIfFail(const QzString& startDirIn) {
     }
     g_globalLastRefresh = QzTime::GetCurrentGmtMillis();
 }
+}  // namespace
+
+void RefreshGlobalThreeHourLock_ExitIfFail(const QzString& startDirIn) {
+    RefreshGlobalLock(QzCat(", startDirIn=", startDirIn));
+}
+
+void RefreshGlobalThreeHourLock_ExitIfFail() { RefreshGlobalLock(QzString()); }
 
 }  // namespace QzLock

@@ -44,5 +44,8 @@ void SetGlobalThreeHourLock(std::unique_ptr<FileBasedLock> lock);
 // it was lost, grabs it again with a one-hour stale time, or logs and exits
 // the process with 1. `startDirIn` only names the directory in its log lines.
 void RefreshGlobalThreeHourLock_ExitIfFail(const QzString& startDirIn);
+// The same rule as the run's main loop applies it between top-level entries
+// (its lines name no directory).
+void RefreshGlobalThreeHourLock_ExitIfFail();
 
 }  // namespace QzLock

@@ -13,43 +13,12 @@
 #include "QzString.h"
 #include "QzSystem.h"
 #include "QzUiUtil.h"
+#include "QzUtil.h"
 
 namespace QzUiUtilInternal {
 
-// Parses a whole attribute value as a signed decimal integer (optional "-",
-// at least one digit, nothing else, no overflow).
-inline bool ParseDecimal(const QzString& text, int64_t* valueRet) {
-    const char* p = text.c_str();
-    const bool negative = *p == '-';
-    if (negative) ++p;
-    if (!*p) return false;
-    uint64_t v = 0;
-    for (; *p; ++p) {
-        if (*p < '0' || *p > '9') return false;
-        const uint64_t digit = static_cast<uint64_t>(*p - '0');
-        if (v > (static_cast<uint64_t>(INT64_MAX) - digit) / 10) return false;
-        v = v * 10 + digit;
-    }
-    *valueRet = negative ? -static_cast<int64_t>(v) : static_cast<int64_t>(v);
-    return true;
-}
-
-// Parses one to sixteen hexadecimal digits (either case), nothing else.
-inline bool ParseHex64(const char* p, int32_t len, int64_t* valueRet) {
-    if (len < 1 || len > 16) return false;
-    uint64_t v = 0;
-    for (int32_t i = 0; i < len; ++i) {
-        const char c = p[i];
-        int d;
-        if (c >= '0' && c <= '9') d = c - '0';
-        else if (c >= 'a' && c <= 'f') d = c - 'a' + 10;
-        else if (c >= 'A' && c <= 'F') d = c - 'A' + 10;
-        else return false;
-        v = (v << 4) | static_cast<uint64_t>(d);
-    }
-    *valueRet = static_cast<int64_t>(v);
-    return true;
-}
+using QzUtil::ParseDecimal;
+using QzUtil::ParseHex64;
 
 // Reads one attribute from a snippet and parses it as decimal.
 inline bool GetDecimalAttr(const QzString& snippet, const char* name, int64_t* valueRet) {

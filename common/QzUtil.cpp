@@ -2,6 +2,44 @@
 
 namespace QzUtil {
 
+bool ParseDecimal(const char* text, int32_t len, int64_t* valueRet) {
+    int32_t i = 0;
+    const bool negative = len > 0 && text[0] == '-';
+    if (negative) ++i;
+    if (i >= len) return false;
+    uint64_t v = 0;
+    for (; i < len; ++i) {
+        const char c = text[i];
+        if (c < '0' || c > '9') return false;
+        const uint64_t digit = static_cast<uint64_t>(c - '0');
+        if (v > (static_cast<uint64_t>(INT64_MAX) - digit) / 10) return false;
+        v = v * 10 + digit;
+    }
+    *valueRet = negative ? -static_cast<int64_t>(v) : static_cast<int64_t>(v);
+    return true;
+}
+
+bool ParseHex64(const char* text, int32_t len, int64_t* valueRet) {
+    if (len < 1 || len > 16) return false;
+    uint64_t v = 0;
+    for (int32_t i = 0; i < len; ++i) {
+        const char c = text[i];
+        int d;
+        if (c >= '0' && c <= '9')
+            d = c - '0';
+        else if (c >= 'a' && c <= 'f')
+            d = c - 'a' + 10;
+        else if (c >= 'A' && c <= 'F')
+            d = c - 'A' + 10;
+        else
+            return false;
+        v = (v << 4) | static_cast<uint64_t>(d);
+    }
+    *valueRet = static_cast<int64_t>(v);
+    return true;
+}
+
+
 namespace {
 int HexValue(char c) {
     if (c >= '0' && c <= '9') return c - '0';

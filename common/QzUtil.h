@@ -1,4 +1,4 @@
-// Small shared helpers: hexadecimal encoding and XML text escaping.
+// Small shared helpers: number parsing, hexadecimal encoding and XML text escaping.
 #pragma once
 
 #include <cstdint>
@@ -6,6 +6,18 @@
 #include "QzString.h"
 
 namespace QzUtil {
+
+// A whole text as a signed decimal integer: an optional "-", at least one
+// digit and nothing else, without overflow.
+bool ParseDecimal(const char* text, int32_t len, int64_t* valueRet);
+inline bool ParseDecimal(const QzString& text, int64_t* valueRet) {
+    return ParseDecimal(text.c_str(), text.Length(), valueRet);
+}
+// One to sixteen hexadecimal digits (either case) and nothing else.
+bool ParseHex64(const char* text, int32_t len, int64_t* valueRet);
+inline bool ParseHex64(const QzString& text, int64_t* valueRet) {
+    return ParseHex64(text.c_str(), text.Length(), valueRet);
+}
 
 // Appends two lower-case hexadecimal digits per byte.
 void AppendHexEncoded(QzString& out, const void* bytes, int32_t len);

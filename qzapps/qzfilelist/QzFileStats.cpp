@@ -42,21 +42,6 @@ CounterNames ReadName(int i) {
     return kWrittenNames[i];
 }
 
-bool ParseDecimal(const QzString& text, int64_t* valueRet) {
-    const char* p = text.c_str();
-    const bool negative = *p == '-';
-    if (negative) ++p;
-    if (!*p) return false;
-    int64_t v = 0;
-    for (; *p; ++p) {
-        if (*p < '0' || *p > '9') return false;
-        if (v > (INT64_MAX - (*p - '0')) / 10) return false;
-        v = v * 10 + (*p - '0');
-    }
-    *valueRet = negative ? -v : v;
-    return true;
-}
-
 }  // namespace
 
 void CategoryTable::Build(const QzInfoManager::QzFileSetHashes& hashes) {
@@ -182,9 +167,9 @@ bool ReadFileStatsBack(const QzString& path, Counters* counters) {
     for (int i = 0; i < kNumCategories; ++i) {
         const CounterNames names = ReadName(i);
         int64_t v = 0;
-        if (QzFile::GetUniqueStrAttrFromXmlSnippet(text, names.num, &value) && ParseDecimal(value, &v))
+        if (QzFile::GetUniqueStrAttrFromXmlSnippet(text, names.num, &value) && QzUtil::ParseDecimal(value, &v))
             counters->num[i] = v;
-        if (QzFile::GetUniqueStrAttrFromXmlSnippet(text, names.bytes, &value) && ParseDecimal(value, &v))
+        if (QzFile::GetUniqueStrAttrFromXmlSnippet(text, names.bytes, &value) && QzUtil::ParseDecimal(value, &v))
             counters->bytes[i] = v;
     }
     return true;

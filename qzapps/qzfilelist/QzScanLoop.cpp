@@ -18,8 +18,6 @@ namespace QzScanRun {
 namespace {
 
 constexpr int64_t kCheckpointMillis = 5000;
-constexpr int64_t kHeartbeatMillis = 300000;
-constexpr int64_t kHeartbeatLateMillis = 3000000;
 
 bool WantsProgressLine(int32_t i, bool firstYet, bool volumeChanged) {
     if (!firstYet || volumeChanged || i < 10) return true;
@@ -36,30 +34,6 @@ void Checkpoint(QzScanState& run) {
             QzCat("ERROR: processId=", run.pid, ", problem writing out topdirs.xml.future third"));
     WriteStatsCheckpoint(run);
     run.lastCheckpointMillis = now;
-}
-
-// The heartbeat of the run's lock, at most every five minutes.
-void Heartbeat(QzScanState& run) {
-    const int64_t now = QzTime::GetCurrentGmtMillis();
-    const int64_t elapsed = now - run.lastLockRefreshMillis;
-    if (elapsed <= kHeartbeatMillis) return;
-    if (elapsed > kHeartbeatLateMillis)
-        QzLog::WriteLine(QzCat(
-            "WARNING: qzfilelist processId= ", run.pid,
-            " more than 50 minutes since last refresh, elapsedMillis=", static_cast<long long>(elapsed)));
-    QzLock::FileBasedLock* lock = QzLock::GlobalThreeHourLock();
-    if (!lock || !QzLock::RefreshFileBasedLock(lock)) {
-        std::unique_ptr<QzLock::FileBasedLock> again = QzLock::GrabFileBasedLock(run.lockPath, 3600, 3);
-        if (!again) {
-            QzLog::WriteLine(QzCat("ERROR: qzfilelist processId= ", run.pid,
-                                   " lost hour lock and could not grab it again, exiting!!"));
-            ExitQzFileList(1);
-        }
-        QzLock::SetGlobalThreeHourLock(std::move(again));
-        QzLog::WriteLine(QzCat("ERROR: qzfilelist processId= ", run.pid,
-                               " lost hour lock but grabbed it back again, ", "so continuing on..."));
-    }
-    run.lastLockRefreshMillis = QzTime::GetCurrentGmtMillis();
 }
 
 // When the entry just walked was the last of the elevated volume, its list
@@ -207,7 +181,7 @@ void MainLoop(QzScanState& run) {
             run.firstVolumeDone = true;
 
         Checkpoint(run);
-        Heartbeat(run);
+        QzLock::RefreshGlobalThreeHourLock_ExitIfFail();
         CheckStopFileAndExitIfPresent(run);
         if (!run.urgent && run.dirCounter > QzScanState::kNormalDirsBetweenPauses) {
             QzTime::SleepMillis(QzScanState::kPauseMillis);

@@ -217,7 +217,6 @@ void Prepare(QzScanState& run) {
         ExitQzFileList(0);
     }
     QzLock::SetGlobalThreeHourLock(std::move(lock));
-    run.lastLockRefreshMillis = QzTime::GetCurrentGmtMillis();
     QzLog::WriteLine(QzCat("qzfilelist version=", kQzFileListVersion, " processId=", run.pid,
                            " got three hour lock, starting scan...."));
 

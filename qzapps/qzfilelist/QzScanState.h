@@ -50,7 +50,6 @@ struct QzScanState {
     int64_t mainLoopStartMillis = 0;
     int64_t mainLoopEndMillis = 0;
     int64_t lastCheckpointMillis = 0;
-    int64_t lastLockRefreshMillis = 0;
     int64_t mountVerifications = 0;
 
     QzString stopPath;

@@ -53,41 +53,6 @@ uint32_t Pid() {
     return QzSystem::GetProcessId();
 }
 
-bool ParseDecimal(const QzString& text, int64_t* valueRet) {
-    const char* p = text.c_str();
-    const bool negative = *p == '-';
-    if (negative) ++p;
-    if (!*p) return false;
-    int64_t v = 0;
-    for (; *p; ++p) {
-        if (*p < '0' || *p > '9') return false;
-        if (v > (INT64_MAX - (*p - '0')) / 10) return false;
-        v = v * 10 + (*p - '0');
-    }
-    *valueRet = negative ? -v : v;
-    return true;
-}
-
-bool ParseHex(const QzString& text, int64_t* valueRet) {
-    if (text.Length() < 1 || text.Length() > 16) return false;
-    uint64_t v = 0;
-    for (int32_t i = 0; i < text.Length(); ++i) {
-        const char c = text[i];
-        int d;
-        if (c >= '0' && c <= '9')
-            d = c - '0';
-        else if (c >= 'a' && c <= 'f')
-            d = c - 'a' + 10;
-        else if (c >= 'A' && c <= 'F')
-            d = c - 'A' + 10;
-        else
-            return false;
-        v = (v << 4) | static_cast<uint64_t>(d);
-    }
-    *valueRet = static_cast<int64_t>(v);
-    return true;
-}
-
 // A directory of the first or second level becomes an entry unless it is
 // skipped, excluded as a whole by the settings, a reparse point (the walk
 // never enters those) or a path the walk's own filters refuse.
@@ -335,20 +300,20 @@ bool ReadTopDirsXmlFile(const QzString& path, QzTopDirs* t) {
     QzString v;
     int64_t millisToProduce = 0, gmtMillis = 0, next = 0, verified = 0;
     if (!QzFile::GetUniqueStrAttrFromXmlSnippet(statsText, "millis_to_produce", &v) ||
-        !ParseDecimal(v, &millisToProduce)) {
+        !QzUtil::ParseDecimal(v, &millisToProduce)) {
         QzLog::WriteLine(QzCat("ERROR: ReadTopDirsXmlFile - no attr millis_to_produce in: ", path));
         return false;
     }
-    if (!QzFile::GetUniqueStrAttrFromXmlSnippet(statsText, "gmt_millis", &v) || !ParseHex(v, &gmtMillis)) {
+    if (!QzFile::GetUniqueStrAttrFromXmlSnippet(statsText, "gmt_millis", &v) || !QzUtil::ParseHex64(v, &gmtMillis)) {
         QzLog::WriteLine(QzCat("ERROR: ReadTopDirsXmlFile - no attr gmt_millis in: ", path));
         return false;
     }
-    if (!QzFile::GetUniqueStrAttrFromXmlSnippet(statsText, "next_to_index", &v) || !ParseDecimal(v, &next)) {
+    if (!QzFile::GetUniqueStrAttrFromXmlSnippet(statsText, "next_to_index", &v) || !QzUtil::ParseDecimal(v, &next)) {
         QzLog::WriteLine(QzCat("ERROR: ReadTopDirsXmlFile - no attr next_to_index in: ", path));
         return false;
     }
     if (!QzFile::GetUniqueStrAttrFromXmlSnippet(statsText, "num_times_mount_points_verified", &v) ||
-        !ParseDecimal(v, &verified)) {
+        !QzUtil::ParseDecimal(v, &verified)) {
         QzLog::WriteLine(QzCat("ERROR: ReadTopDirsXmlFile - no attr num_times_mount_points_ver:", path));
         return false;
     }
@@ -388,7 +353,7 @@ bool ReadTopDirsXmlFile(const QzString& path, QzTopDirs* t) {
                                        "associated volume for path:", dir));
         }
         int64_t secsToScan = 0;
-        if (!QzFile::GetUniqueStrAttrFromXmlSnippet(d, "secs_to_scan", &s) || !ParseDecimal(s, &secsToScan))
+        if (!QzFile::GetUniqueStrAttrFromXmlSnippet(d, "secs_to_scan", &s) || !QzUtil::ParseDecimal(s, &secsToScan))
             QzLog::WriteLine(QzCat("ERROR: ReadTopDirsXmlFile - no secs_to_scan in: ", path));
         const int32_t index = t->Count();
         t->Add(p[0], dir, vguid);
