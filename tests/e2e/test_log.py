@@ -1,5 +1,6 @@
-"""The day-file log: which file a line goes to, the clean-up of the coming
-days' files, and appends from many processes at once."""
+"""The day-file log: which file a line goes to, appending to an existing day
+file, and appends from many processes at once. (The clean-up of the coming
+days' files is checked on fixed dates by the unit tests.)"""
 
 import os
 import re
@@ -39,34 +40,6 @@ def test_existing_day_file_is_appended_to(m):
     check(text.startswith(old), f"the earlier content of today's file was lost: {text[:200]!r}")
     check("\r" not in text, "log lines must end in a bare newline")
     check(len(text.splitlines()) > 1, "nothing was appended")
-
-
-def test_coming_days_files_are_cleaned(m):
-    m.make_datadir()
-    os.makedirs(m.log_dir())
-    today = gmt_now().day
-    cleaned = set(range(today + 2, today + 7)) | (set(range(0, 6)) if today > 25 else set())
-    kept = {today - 1, today + 1, today + 7, today - 2} - cleaned - {-1, -2}
-    contents = {}
-    for day in cleaned | kept:
-        for ext in (".log", ".zip"):
-            path = m.day_file(day, ext)
-            contents[path] = f"day {day}{ext}\n"
-            with open(path, "w", newline="") as f:
-                f.write(contents[path])
-    m.run("-version")
-    if gmt_now().day != today:
-        raise Skip("the GMT day changed during the run")
-    for day in sorted(cleaned):
-        for ext in (".log", ".zip"):
-            check(not os.path.exists(m.day_file(day, ext)), f"day {day:02d}{ext} should be cleaned on day {today}")
-    for day in sorted(kept):
-        for ext in (".log", ".zip"):
-            path = m.day_file(day, ext)
-            check(os.path.exists(path), f"day {day:02d}{ext} should be kept on day {today}")
-            with open(path, newline="") as f:
-                check_eq(f.read(), contents[path], f"content of day {day:02d}{ext}")
-    check(os.path.exists(m.day_file(today)), "today's file was not written")
 
 
 def test_concurrent_runs_append_whole_lines(m):

@@ -138,7 +138,8 @@ def logged(m, text):
 def test_assign_volume_guid_verdicts_marker_and_registry(m):
     machine(m, fixed=("D",), empty=("E",))
     m.map_drive("G", "removable")
-    check_eq(m.run("-assignvolumeguid").stdout, "FALSE: Must have additional arg for: -assignvolumeguid\n")
+    for sw in ("-assignvolumeguid", "-assignvolumeguid_hex"):
+        check_eq(m.run(sw).stdout, f"FALSE: Must have additional arg for: {sw}\n", f"{sw} without operand")
     d = assign(m, "D:\\")
     check(d.startswith("v001"), f"first GUID of a fresh machine: {d}")
     check(logged(m, "qzvolumes.xml file did not exist, so freshly creating for mount: D:\\"), "no fresh-creation line")
@@ -226,6 +227,9 @@ def test_foreign_and_cloned_markers(m):
     check(f"| AVAIL D:\\ {theirs} gm other_hguid={OTHER_HGUID} | AVAIL E:\\ {e} gm DUPLICATE_VGUID | AVAIL F:\\ {e} gm "
           "DUPLICATE_VGUID\n" in m.run("-listvolumes").stdout, "summary of odd markers")
     check_eq(m.run("-assignvolumeguid", "D:\\").stdout, f"TRUE: Already had existing vGuid: {theirs}\n")
+    check(m.run("-queryattachedvolumes").stdout.startswith(
+        "WARNING: Two drives have duplicate qzvolumeids: E:\\ and F:\\\nThe following hard drives are attached:\n"),
+        "no duplicate warning")
 
 
 # ---- alert levels ----

@@ -5,7 +5,7 @@ and editable files the merge must leave alone."""
 import os
 import re
 
-from harness import check, check_eq
+from harness import check, check_eq, read, write
 
 MERGED = "qzfilelist -merge_exclude_rules - Some new blocks were merged!"
 NOTHING = "qzfilelist -merge_exclude_rules - nothing changed, nothing needed to be merged."
@@ -17,16 +17,6 @@ def paths(m):
     d = m.datadir()
     return (os.path.join(d, "qzexcluderules_editable.xml"), os.path.join(d, "qzexcluderules_mandatory.xml"),
             os.path.join(d, "qzreports", "qzexcluderules_editable_mergelog.txt"))
-
-
-def read(path):
-    with open(path, "rb") as f:
-        return f.read().decode("utf-8")
-
-
-def write(path, text):
-    with open(path, "w", encoding="utf-8", newline="") as f:
-        f.write(text)
 
 
 def rule_lines(text):

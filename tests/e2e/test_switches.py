@@ -78,17 +78,6 @@ def test_one_operand_switches(m):
         expect_recognised(m, [sw, "C:\\"])
 
 
-def test_assignvolumeguid_verdicts(m):
-    for sw in ["-assignvolumeguid", "-assignvolumeguid_hex"]:
-        expect(m, [sw], f"FALSE: Must have additional arg for: {sw}\n")
-        expect_recognised(m, [sw, "D:\\"])
-
-
-def test_checkcodesignature(m):
-    expect(m, ["-checkcodesignature"], "FAIL:Please specify a path to a file.\n", rc=1)
-    expect_recognised(m, ["-checkcodesignature", "C:\\Program Files\\Korvatine\\qzfilelist.exe"])
-
-
 def test_switches_without_operands_are_recognised(m):
     m.make_datadir()
     switches = ["-merge_exclude_rules", "-attempt_run_qztransmit64", "-create_qzserv_perm_report",

@@ -130,15 +130,6 @@ def test_getvolumeinfofromfilename_says_whether_selected(m):
                            "The filename is on a volume we have never heard of and is not attached.\n", path)
 
 
-def test_duplicate_identifiers_are_warned_about(m):
-    m.make_datadir()
-    for letter in ("D", "E"):
-        mark(m.map_drive(letter), id_xml(GUID_D, MINE))
-    r = m.run("-queryattachedvolumes")
-    check(r.stdout.startswith("WARNING: Two drives have duplicate qzvolumeids: D:\\ and E:\\\n"
-                              "The following hard drives are attached:\n"), f"-queryattachedvolumes: {r.stdout!r}")
-
-
 def test_clone_writes_the_system_marker_into_the_data_dir(m):
     m.make_datadir()
     m.write_install_xml(hguid=MINE)

@@ -18,8 +18,7 @@ class MachineTest : public ::testing::Test {
 protected:
     void SetUp() override {
         RemoveMachineState();
-        logDir_ = NewScratchSubdir("machinelog");
-        QzLog::Open(QzCat(logDir_, "qzfilelist").c_str(), nullptr);
+        OpenScratchLog("machinelog");
     }
     void TearDown() override {
         QzLog::Close();
@@ -48,16 +47,7 @@ protected:
             WriteFile(QzCat(QzFile::GetDataDir(), "qzinfo.xml"),
                       "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n<contents>\n" + body + "</contents>\n"));
     }
-
-    // Everything logged since the test began.
-    std::string Log() const {
-        std::string all;
-        for (int d = 1; d <= 31; ++d) all += ReadFile(QzLog::DayFilePath(d));
-        return all;
-    }
-    bool Logged(const std::string& text) const { return Log().find(text) != std::string::npos; }
-
-    QzString logDir_;
+    static bool Logged(const std::string& text) { return QzTest::Logged(text); }
 };
 
 }  // namespace QzTest

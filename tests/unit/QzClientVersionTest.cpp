@@ -65,11 +65,9 @@ TEST(QzClientVersion, RaisesItsErrorTexts) {
 }
 
 TEST(QzClientVersion, InvalidRevisionIsLoggedAsAWarning) {
-    const QzString logDir = QzTest::NewScratchSubdir("cvlog");
-    QzLog::Open(QzCat(logDir, "qzfilelist").c_str(), nullptr);
+    QzTest::OpenScratchLog("cvlog");
     EXPECT_FALSE(EndOfLife("x7", "99.0.0.0"));
-    std::string log;
-    for (int d = 1; d <= 31; ++d) log += QzTest::ReadFile(QzLog::DayFilePath(d));
+    const std::string log = QzTest::LogText();
     QzLog::Close();
     // The function is named in the Windows compiler's spelling on every build.
     EXPECT_NE(log.find("QzClientVersionManager.cpp:"), std::string::npos) << log;

@@ -23,16 +23,10 @@ std::set<std::string> Names(const QzFileInfoList& list) {
 class QzListingTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        logDir_ = QzTest::NewScratchSubdir("listlog");
-        QzLog::Open(QzCat(logDir_, "qzfilelist").c_str(), nullptr);
+        QzTest::OpenScratchLog("listlog");
     }
     void TearDown() override { QzLog::Close(); }
-    std::string Log() {
-        std::string all;
-        for (int d = 1; d <= 31; ++d) all += QzTest::ReadFile(QzLog::DayFilePath(d));
-        return all;
-    }
-    QzString logDir_;
+    static std::string Log() { return QzTest::LogText(); }
 };
 
 }  // namespace

@@ -16,8 +16,7 @@ protected:
         QzFile::ResetLocationCachesForTesting();
         descriptor_ = QzCat(QzFile::GetInstallDir(), "qzinstall.xml");
         QzFile::DeleteFileIfExists(descriptor_.c_str());
-        logDir_ = QzTest::NewScratchSubdir("loclog");
-        QzLog::Open(QzCat(logDir_, "qzfilelist").c_str(), nullptr);
+        QzTest::OpenScratchLog("loclog");
     }
     void TearDown() override {
         QzFile::DeleteFileIfExists(descriptor_.c_str());
@@ -29,12 +28,8 @@ protected:
                                                        attrs + " />\n</contents>\n"));
         QzFile::ResetLocationCachesForTesting();
     }
-    std::string Log() {
-        std::string all;
-        for (int d = 1; d <= 31; ++d) all += QzTest::ReadFile(QzLog::DayFilePath(d));
-        return all;
-    }
-    QzString descriptor_, logDir_;
+    static std::string Log() { return QzTest::LogText(); }
+    QzString descriptor_;
 };
 
 }  // namespace

@@ -30,7 +30,7 @@ protected:
     void SetUp() override {
         dir_ = QzTest::NewScratchSubdir("lock");
         path_ = QzCat(dir_, "qzfilelist_hour_lock.lck");
-        QzLog::Open(QzCat(QzTest::NewScratchSubdir("locklog"), "qzfilelist").c_str(), nullptr);
+        QzTest::OpenScratchLog("locklog");
         g_now = QzFile::GetFileLastModMillis(QzCat(dir_, ".").c_str());
         if (g_now == 0) g_now = 1700000000000LL;
         g_sleeps.clear();
@@ -52,12 +52,7 @@ protected:
     }
     static int64_t ModTime(const QzString& path) { return QzFile::GetFileLastModMillis(path.c_str()); }
 
-    std::string Log() const {
-        std::string all;
-        for (int d = 1; d <= 31; ++d) all += QzTest::ReadFile(QzLog::DayFilePath(d));
-        return all;
-    }
-    bool Logged(const std::string& text) const { return Log().find(text) != std::string::npos; }
+    static bool Logged(const std::string& text) { return QzTest::Logged(text); }
 
     // Files in the lock's folder other than the lock itself (probes, temporaries).
     size_t LeftoverFiles() const {

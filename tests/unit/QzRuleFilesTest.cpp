@@ -123,15 +123,7 @@ TEST_F(QzRuleFilesTest, SettingsRulesComeFromExcludedTypesAndExcludedFolders) {
         "<qzdirfilter whichfiles=\"none\" />\n<qzdirfilter dir=\"H:\\x\" />\n</do_backup>\n</qzinfo>\n");
     QzString xml;
     ASSERT_TRUE(QzRuleFiles::MakeQzInfoRulesXml(dir_, &xml));
-    auto rule = [](const char* prefix, const char* ext) {
-        return std::string(
-                   "<excludefname_rule plat=\"win\" osVers=\"*\"  ruleIsOptional=\"t\" "
-                   "skipFirstCharThenStartsWith=\"") +
-               prefix +
-               "\" contains_1=\"*\" contains_2=\"*\" doesNotContain=\"*\" endsWith=\"*\" "
-               "hasFileExtension=\"" +
-               ext + "\" />\n";
-    };
+    auto rule = [](const char* prefix, const char* ext) { return Rule(prefix, "*", "*", "*", "*", ext); };
     EXPECT_EQ(Str(xml), "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n<qzexclusions>\n" + rule("*", "tmp") +
                             rule("*", "bak") + rule("*", "ISO") + rule(":\\", "*") + rule(":\\Data\\", "*") +
                             rule(":\\Old\\", "*") + "</qzexclusions>\n");

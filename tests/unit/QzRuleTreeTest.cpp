@@ -219,8 +219,7 @@ TEST_F(QzRuleTreeTest, CriteriaSemantics) {
                                Rule(":\\ends\\", "*", "*", "*", "") +      // "" always holds
                                Rule(":\\dnc\\", "*", "*", "keep||also") +  // "" occurs nowhere
                                Rule(":\\both\\", "\\one\\", "\\two\\") +   // both must occur
-                               Rule(":\\\xC3\x89"
-                                    "cole\\") +  // not folded
+                               Rule(":\\\303\211cole\\") +                 // "É", not folded
                                Rule("*", "*", "*", "*", "\\Z.txt", "TXT"))));
     EXPECT_TRUE(Wanted("C:\\empty\\a"));
     EXPECT_FALSE(Wanted("C:\\ends\\a"));
@@ -229,12 +228,8 @@ TEST_F(QzRuleTreeTest, CriteriaSemantics) {
     EXPECT_TRUE(Wanted("C:\\dnc\\also"));
     EXPECT_TRUE(Wanted("C:\\both\\one\\a"));
     EXPECT_FALSE(Wanted("C:\\both\\TWO\\x\\One\\a"));
-    EXPECT_FALSE(
-        Wanted("C:\\\xC3\x89"
-               "cole\\a"));
-    EXPECT_TRUE(
-        Wanted("C:\\\xC3\xA9"
-               "cole\\a"));  // "é" is not "É" folded
+    EXPECT_FALSE(Wanted("C:\\\303\211cole\\a"));
+    EXPECT_TRUE(Wanted("C:\\\303\251cole\\a"));  // "é" is not "É" folded
     EXPECT_FALSE(Wanted("C:\\dir\\z.TXT"));
     EXPECT_TRUE(Wanted("C:\\dir\\z.txt.gz"));
 }
@@ -295,23 +290,11 @@ TEST_F(QzRuleTreeTest, IndexAgreesWithTheWalkOverTheTree) {
         tree_.Clear();
         std::string rules;
         for (int i = 0; i < 150 + round * 40; ++i) {
-            std::string prefix = "*";
-            switch (rnd() % 5) {
-                case 0:
-                    prefix = ":\\users\\";
-                    break;
-                case 1:
-                    prefix = ":\\users\\" + pick(users) + "\\";
-                    break;
-                case 2:
-                    prefix = ":\\users\\" + pick(users) + piece() + "\\";
-                    break;
-                case 3:
-                    prefix = ":\\data" + piece() + "\\";
-                    break;
-                default:
-                    break;
-            }
+            // No prefix, the users folder, a user, a folder below a user, a data folder.
+            const std::string prefixes[] = {"*", ":\\users\\", ":\\users\\" + pick(users) + "\\",
+                                            ":\\users\\" + pick(users) + piece() + "\\",
+                                            ":\\data" + piece() + "\\"};
+            const std::string prefix = prefixes[rnd() % 5];
             const std::string c1 = rnd() % 3 ? piece() + (rnd() % 2 ? "\\" : "") : (rnd() % 8 ? "*" : "");
             const std::string c2 = rnd() % 4 ? "*" : pick(dirs);
             const std::string dnc = rnd() % 5 ? "*" : pick(dirs) + "|" + pick(dirs) + (rnd() % 2 ? "|" : "");

@@ -29,7 +29,7 @@ protected:
         data_ = QzFile::GetDataDir();
         RemoveData();
         ASSERT_TRUE(QzFile::CreateDirectoryRecursive(data_.c_str()));
-        QzLog::Open(QzCat(QzTest::NewScratchSubdir("registrylog"), "qzfilelist").c_str(), nullptr);
+        QzTest::OpenScratchLog("registrylog");
         now_ = QzTime::GetCurrentGmtMillis();
         QzTime::SetClockForTesting(&Clock);
     }
@@ -42,11 +42,7 @@ protected:
         std::error_code ec;
         std::filesystem::remove_all(QzTest::HostPath(data_), ec);
     }
-    bool Logged(const std::string& text) const {
-        std::string all;
-        for (int d = 0; d <= 31; ++d) all += QzTest::ReadFile(QzLog::DayFilePath(d));
-        return all.find(text) != std::string::npos;
-    }
+    static bool Logged(const std::string& text) { return QzTest::Logged(text); }
     QzString Data(const char* relative) const { return QzCat(data_, relative); }
     void Write(const char* relative, const std::string& text) { ASSERT_TRUE(QzTest::WriteFile(Data(relative), text)); }
 

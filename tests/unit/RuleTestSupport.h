@@ -14,28 +14,30 @@
 
 namespace QzRuleTest {
 
+inline std::vector<std::string> Lines(const std::string& text) {
+    std::vector<std::string> out;
+    size_t start = 0;
+    while (start < text.size()) {
+        size_t nl = text.find('\n', start);
+        if (nl == std::string::npos) nl = text.size();
+        out.push_back(text.substr(start, nl - start));
+        start = nl + 1;
+    }
+    return out;
+}
+
 // Opens the log in a new scratch folder for the life of the object.
 class LogCapture {
 public:
-    LogCapture() : dir_(QzTest::NewScratchSubdir("rulelog")) {
-        QzLog::Open(QzCat(dir_, "qzfilelist").c_str(), nullptr);
-    }
+    LogCapture() { QzTest::OpenScratchLog("rulelog"); }
     ~LogCapture() { QzLog::Close(); }
 
     // The messages (text after " - ") of every line written so far.
     std::vector<std::string> Messages() const {
         std::vector<std::string> out;
-        for (int d = 1; d <= 31; ++d) {
-            const std::string text = QzTest::ReadFile(QzLog::DayFilePath(d));
-            size_t start = 0;
-            while (start < text.size()) {
-                size_t nl = text.find('\n', start);
-                if (nl == std::string::npos) nl = text.size();
-                const std::string line = text.substr(start, nl - start);
-                const size_t sep = line.find(" - ");
-                out.push_back(sep == std::string::npos ? line : line.substr(sep + 3));
-                start = nl + 1;
-            }
+        for (const std::string& line : Lines(QzTest::LogText())) {
+            const size_t sep = line.find(" - ");
+            out.push_back(sep == std::string::npos ? line : line.substr(sep + 3));
         }
         return out;
     }
@@ -51,9 +53,6 @@ public:
             if (m.find(needle) != std::string::npos) out.push_back(m);
         return out;
     }
-
-private:
-    QzString dir_;
 };
 
 // Replaces the pauses between attempts for the life of the object and
@@ -84,18 +83,6 @@ inline std::string Rule(const std::string& prefix, const std::string& c1 = "*", 
 
 inline std::string RuleFile(const std::string& rules) {
     return "<?xml version=\"1.0\" encoding=\"UTF-8\" ?> \n\n<qzexclusions>\n" + rules + "</qzexclusions>\n";
-}
-
-inline std::vector<std::string> Lines(const std::string& text) {
-    std::vector<std::string> out;
-    size_t start = 0;
-    while (start < text.size()) {
-        size_t nl = text.find('\n', start);
-        if (nl == std::string::npos) nl = text.size();
-        out.push_back(text.substr(start, nl - start));
-        start = nl + 1;
-    }
-    return out;
 }
 
 inline int CountOf(const std::string& text, const std::string& needle) {

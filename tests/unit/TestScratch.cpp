@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "QzFile.h"
+#include "QzLog.h"
 #include "QzOs.h"
 
 #ifndef _WIN32
@@ -24,7 +25,6 @@ std::string g_hostRoot;  // POSIX: the mkdtemp directory holding c/ and t/
 std::filesystem::path U8Path(const std::string& s) {
     return std::filesystem::path(std::u8string_view(reinterpret_cast<const char8_t*>(s.data()), s.size()));
 }
-  // POSIX: the mkdtemp directory holding c/ and t/
 
 struct ScratchEnvironment : ::testing::Environment {
     void SetUp() override {
@@ -104,6 +104,14 @@ std::string ReadFile(const QzString& winPath) {
     std::stringstream ss;
     ss << f.rdbuf();
     return ss.str();
+}
+
+void OpenScratchLog(const char* name) { QzLog::Open(QzCat(NewScratchSubdir(name), "qzfilelist").c_str(), nullptr); }
+
+std::string LogText() {
+    std::string all;
+    for (int d = 0; d <= 31; ++d) all += ReadFile(QzLog::DayFilePath(d));
+    return all;
 }
 
 }  // namespace QzTest

@@ -20,5 +20,11 @@ std::string HostPath(const QzString& winPath);
 bool WriteFile(const QzString& winPath, const std::string& content);
 // Reads a file whole; empty when missing.
 std::string ReadFile(const QzString& winPath);
+// Opens the log in a new scratch folder; QzLog::Close() ends it.
+void OpenScratchLog(const char* name);
+// Every day file of the open log, in day order.
+std::string LogText();
+// Whether any line of the log holds the text.
+inline bool Logged(const std::string& text) { return LogText().find(text) != std::string::npos; }
 
 }  // namespace QzTest
