@@ -17,6 +17,7 @@
 #include "QzUiUtil.h"
 #include "qzfilelist.h"
 #include "QzFileListing.h"
+#include "QzFileLocations.h"
 #include "QzFileWrite.h"
 
 namespace QzScanRun {

@@ -14,6 +14,7 @@
 #include "QzTime.h"
 #include "QzUtil.h"
 #include "QzFileListing.h"
+#include "QzFileLocations.h"
 #include "QzFileVolumes.h"
 #include "QzFileXml.h"
 
