@@ -88,9 +88,17 @@ bool GetListOfFileInfosInDir(const QzString* dirPath, QzFileInfoList* list) {
             QzOs::FindClose(h);
             return false;
         }
-        info->fullPath.Set(dir);
-        if (!noSeparator) info->fullPath.AppendChar('\\');
-        info->fullPath.Append(data.name, data.nameLen);
+        // The full path is written in one step: this runs for every entry of the walk.
+        const int32_t dirLen = dir.Length() + (noSeparator ? 0 : 1);
+        if (info->fullPath.Reserve(dirLen + data.nameLen + 1)) {
+            char* d = info->fullPath.Data();
+            std::memcpy(d, dir.c_str(), static_cast<size_t>(dir.Length()));
+            if (!noSeparator) d[dir.Length()] = '\\';
+            std::memcpy(d + dirLen, data.name, static_cast<size_t>(data.nameLen));
+            info->fullPath.SetLength(dirLen + data.nameLen);
+        } else {
+            info->fullPath.Clear();
+        }
         info->extraSize = 0;
         info->isDirectory = (data.attributes & QzOs::AttrDirectory) != 0;
         info->isReparsePoint = (data.attributes & QzOs::AttrReparsePoint) != 0;

@@ -560,6 +560,24 @@ uint32_t FlushFile(Handle h) {
     return ::fsync(static_cast<int>(h)) == 0 ? ErrSuccess : MapErrno(errno);
 }
 
+void WriteBehind(Handle h, int64_t settledFrom, int64_t startFrom, int64_t end) {
+    const int fd = static_cast<int>(h);
+    if (startFrom > settledFrom) {
+#ifdef __linux__
+        ::sync_file_range(fd, settledFrom, startFrom - settledFrom,
+                          SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER);
+#else
+        ::fdatasync(fd);
+#endif
+        ::posix_fadvise(fd, settledFrom, startFrom - settledFrom, POSIX_FADV_DONTNEED);
+    }
+#ifdef __linux__
+    if (end > startFrom) ::sync_file_range(fd, startFrom, end - startFrom, SYNC_FILE_RANGE_WRITE);
+#else
+    (void)end;
+#endif
+}
+
 void CloseFile(Handle h) {
     if (h != kInvalidHandle) ::close(static_cast<int>(h));
 }
