@@ -361,8 +361,9 @@ uint32_t ReadEntry(FindHandle* h, FindData* d) {
         if (!h->wildcard.empty() && !WildcardMatch(h->wildcard.c_str(), name)) continue;
         struct stat st;
         // Metadata comes from the directory's own descriptor: no path is
-        // resolved again per entry, and "." is the directory already examined.
-        if (dots && name[1] == '\0' && h->haveSelf) {
+        // resolved again per entry. "." and ".." are given the directory's
+        // own metadata, examined already: a walk only skips them.
+        if (dots && h->haveSelf) {
             st = h->self;
         } else if (::fstatat(h->fd, e->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
             if (errno == ENOENT) continue;  // vanished since readdir
