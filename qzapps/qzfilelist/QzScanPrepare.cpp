@@ -17,8 +17,8 @@
 #include "QzUiUtil.h"
 #include "qzfilelist.h"
 #include "QzFileListing.h"
-#include "QzFileLocations.h"
 #include "QzFileWrite.h"
+#include "QzFileLocations.h"
 
 namespace QzScanRun {
 

@@ -14,9 +14,9 @@
 #include "QzTime.h"
 #include "QzUtil.h"
 #include "QzFileListing.h"
-#include "QzFileLocations.h"
 #include "QzFileVolumes.h"
 #include "QzFileXml.h"
+#include "QzFileLocations.h"
 
 void QzTopDirs::Add(char flag, const QzString& dir, const QzString& vguid) {
     // Room for 50 entries at first, then in steps of a hundred.
