@@ -41,11 +41,12 @@ bool GetListOfFileInfosInDir(const QzString* dirPath, QzFileInfoList* list) {
     QzString dir;
     QzString pattern;
     BuildDirSearchPattern(*dirPath, &dir, &pattern);
-    const uint32_t pid = QzSystem::GetProcessId();
+    // The process id is only needed for a log line; asking costs a system call.
+    const auto pid = [] { return QzSystem::GetProcessId(); };
 
     // The wide-character search needs a pattern that converts to UTF-16.
     if (!QzUtf8::IsValid(pattern.c_str(), pattern.Length())) {
-        QzLog::WriteLine(QzCat("ERROR: GetListOfFileInfosInDir (processId=", pid,
+        QzLog::WriteLine(QzCat("ERROR: GetListOfFileInfosInDir (processId=", pid(),
                                ") QzUtf16String::ConvertUtf8QzStringToUtf16_A failed, dirPat=", pattern));
         return false;
     }
@@ -59,15 +60,15 @@ bool GetListOfFileInfosInDir(const QzString* dirPath, QzFileInfoList* list) {
         // one (a freshly formatted stick) finds nothing at all: zero entries.
         if (firstErr == QzOs::ErrFileNotFound) return true;
         if (firstErr == QzOs::ErrNoUnicodeTranslation) {
-            QzLog::WriteLine(QzCat("ERROR: GetListOfFileInfosInDir (processId=", pid,
+            QzLog::WriteLine(QzCat("ERROR: GetListOfFileInfosInDir (processId=", pid(),
                                    ") QzUtf16String::ConvertUtf8QzStringToUtf16_A failed, dirPat=", pattern));
         } else if (firstErr == QzOs::ErrPathNotFound) {
-            QzLog::WriteLine(QzCat("ERROR: GetListOfFileInfosInDir (processId=", pid, ") FindFirstFile_C failed, dirPat=",
+            QzLog::WriteLine(QzCat("ERROR: GetListOfFileInfosInDir (processId=", pid(), ") FindFirstFile_C failed, dirPat=",
                                    pattern, ", GetLastError=", firstErr,
                                    ", and_a_lastError_of_3_means ERROR_PATH_NOT_FOUND, check if dirPat starts with a "
                                    "letter-colon in this log line."));
         } else {
-            QzLog::WriteLine(QzCat("WARNING: GetListOfFileInfosInDir (processId=", pid,
+            QzLog::WriteLine(QzCat("WARNING: GetListOfFileInfosInDir (processId=", pid(),
                                    ") FindFirstFile_C failed, dirPat=", pattern, ", GetLastError=", firstErr));
         }
         return false;
@@ -77,7 +78,7 @@ bool GetListOfFileInfosInDir(const QzString* dirPath, QzFileInfoList* list) {
     uint32_t err = QzOs::ErrSuccess;
     do {
         if (!data.nameOk) {
-            QzLog::WriteLine(QzCat("ERROR: GetListOfFileInfosInDir (processId=", pid,
+            QzLog::WriteLine(QzCat("ERROR: GetListOfFileInfosInDir (processId=", pid(),
                                    ") QzUtf16String::ConvertQzUtf16StringToUtf8_B failed, ", "dirSearch=", pattern));
             continue;
         }
@@ -87,9 +88,17 @@ bool GetListOfFileInfosInDir(const QzString* dirPath, QzFileInfoList* list) {
             QzOs::FindClose(h);
             return false;
         }
-        info->fullPath.Set(dir);
-        if (!noSeparator) info->fullPath.AppendChar('\\');
-        info->fullPath.Append(data.name, data.nameLen);
+        // The full path is written in one step: this runs for every entry of the walk.
+        const int32_t dirLen = dir.Length() + (noSeparator ? 0 : 1);
+        if (info->fullPath.Reserve(dirLen + data.nameLen + 1)) {
+            char* d = info->fullPath.Data();
+            std::memcpy(d, dir.c_str(), static_cast<size_t>(dir.Length()));
+            if (!noSeparator) d[dir.Length()] = '\\';
+            std::memcpy(d + dirLen, data.name, static_cast<size_t>(data.nameLen));
+            info->fullPath.SetLength(dirLen + data.nameLen);
+        } else {
+            info->fullPath.Clear();
+        }
         info->extraSize = 0;
         info->isDirectory = (data.attributes & QzOs::AttrDirectory) != 0;
         info->isReparsePoint = (data.attributes & QzOs::AttrReparsePoint) != 0;
@@ -99,7 +108,7 @@ bool GetListOfFileInfosInDir(const QzString* dirPath, QzFileInfoList* list) {
     } while ((err = QzOs::FindNextFile(h, &data)) == QzOs::ErrSuccess);
     QzOs::FindClose(h);
     if (err == QzOs::ErrNoMoreFiles) return true;
-    QzLog::WriteLine(QzCat("ERROR: GetListOfFileInfosInDir (processId=", pid, ") - FindNextFile err, dirPat=", pattern,
+    QzLog::WriteLine(QzCat("ERROR: GetListOfFileInfosInDir (processId=", pid(), ") - FindNextFile err, dirPat=", pattern,
                            ", GetLastError=", err, ", Error_3_means=ERROR_PATH_NOT_FOUND",
                            ", Error_8_means=ERROR_NOT_ENOUGH_MEMORY"));
     return false;
@@ -110,8 +119,10 @@ void RemoveMountedNetworkFolders(QzFileInfoList* list) {
     QzString root;
     for (int32_t i = 0; i < list->Count();) {
         const QzFileInfo* info = list->At(i);
-        // Only a directory can be a mounted folder; files are not asked.
-        if (info->isDirectory) {
+        // A folder that a share (or another volume) is mounted into is a
+        // reparse point, so only reparse-point directories are asked: the
+        // answers are the same and a walk saves a drive query per folder.
+        if (info->isDirectory && info->isReparsePoint) {
             root = QzCat(info->fullPath, "\\");
             if (QzOs::GetDriveType(root.c_str()) == QzOs::DriveRemote) {
                 QzLog::WriteLine(QzCat("WARNING: skipping mounted folder: ", info->fullPath));

@@ -8,6 +8,9 @@
 namespace QzFile {
 
 namespace {
+// Appends at least this large are written behind (see FutureFile::Append).
+constexpr int64_t kWriteBehindMinBytes = 1 << 20;
+
 // Writes everything in pieces the OS layer takes in one call.
 bool WriteAll(QzOs::Handle h, const char* data, int64_t len) {
     for (int64_t done = 0; done < len;) {
@@ -98,6 +101,8 @@ bool FutureFile::OpenForAppend() {
     QzOs::Handle h;
     if (QzOs::OpenFile(future_.c_str(), QzOs::OpenMode::Append, &h) != QzOs::ErrSuccess) return false;
     handle_ = h;
+    if (QzOs::GetFileSize(h, &end_) != QzOs::ErrSuccess) end_ = -1;
+    startedTo_ = cachedFrom_ = end_;
     return true;
 }
 
@@ -116,6 +121,20 @@ bool FutureFile::Append(const char* data, int64_t len) {
     if (!OpenForAppend()) return false;
     bool ok = WriteAll(handle_, data, len);
     if (ok && writeThrough_) ok = QzOs::FlushFile(handle_) == QzOs::ErrSuccess;
+    if (!ok) {
+        end_ = -1;  // a short write leaves the end unknown: no more write-behind
+    } else if (end_ >= 0) {
+        end_ += len;
+        // A large append (a list's buffer) starts its own write-back and
+        // settles the one before, which has had a whole buffer's time to
+        // reach the disk; the file's pages are recycled instead of piling up
+        // in the cache, and closing has little left to flush.
+        if (len >= kWriteBehindMinBytes && !writeThrough_) {
+            QzOs::WriteBehind(handle_, cachedFrom_, startedTo_, end_);
+            cachedFrom_ = startedTo_;
+            startedTo_ = end_;
+        }
+    }
     return ok;
 }
 

@@ -109,6 +109,12 @@ private:
     QzString future_;
     intptr_t handle_ = -1;  // an OS-layer handle, -1 when closed
     bool writeThrough_ = false;
+    // Write-behind of large appends: the file's end (-1 when not known), the
+    // end of the bytes whose write-back has been started and the start of
+    // the bytes still kept in the cache.
+    int64_t end_ = -1;
+    int64_t startedTo_ = 0;
+    int64_t cachedFrom_ = 0;
 };
 
 }  // namespace QzFile

@@ -54,18 +54,48 @@ void QzRuleIndex::PrepareExtension() {
     extHash_ = HashBytes(ext_, extLen_);
 }
 
+// Sets the bit of one of the path's words (a key of kind kWord4 or kWord8).
+inline void QzRuleIndex::SetWordBit(uint32_t key) {
+    words_[key >> kHashBits][(key & (kHashSize - 1)) >> 6] |= 1ULL << (key & 63);
+}
+
 // Finds the path's separators and hashes the four and eight bytes from each.
+// The separators and words that lie wholly within the bytes this path shares
+// with the previous one are taken over from it.
 void QzRuleIndex::PrepareWords() {
     haveWords_ = true;
     std::memset(words_, 0, sizeof words_);
     if (separators_.size() < static_cast<size_t>(len_)) {
         separators_.resize(static_cast<size_t>(len_));
+        keysThroughSeparator_.resize(static_cast<size_t>(len_));
         pathKeys_.resize(2 * static_cast<size_t>(len_));
     }
     const char* p = lower_.c_str();
     int32_t* seps = separators_.data();
+    int32_t* keysThrough = keysThroughSeparator_.data();
+    uint16_t* keys = pathKeys_.data();
+
+    int32_t common = 0;
+    const int32_t shorter = len_ < wordsPathLen_ ? len_ : wordsPathLen_;
+    const char* prev = wordsPath_.data();
+    while (common + 8 <= shorter && Load64(p + common) == Load64(prev + common)) common += 8;
+    while (common < shorter && p[common] == prev[common]) ++common;
     int32_t n = 0;
-    int32_t i = 0;
+    while (n < numSeparators_ && seps[n] + 8 <= common) ++n;
+    const int32_t k0 = n > 0 ? keysThrough[n - 1] : 0;
+    // The next file of the same folder keeps at least the folder's words.
+    int32_t j = 0;
+    if (folderKeys_ >= 0 && n >= folderSeparators_) {
+        std::memcpy(words_, folderWords_, sizeof words_);
+        j = folderKeys_;
+    } else {
+        folderKeys_ = -1;
+    }
+    for (; j < k0; ++j) SetWordBit(keys[j]);
+    int32_t k = k0;
+    const int32_t firstNew = n;
+
+    int32_t i = n > 0 ? seps[n - 1] + 1 : 0;
     if (kLittleEndian) {
         for (; i + 8 <= len_; i += 8) {
             const uint64_t w = Load64(p + i);
@@ -77,20 +107,40 @@ void QzRuleIndex::PrepareWords() {
         if (IsSeparator(p[i])) seps[n++] = i;
     numSeparators_ = n;
 
-    uint16_t* keys = pathKeys_.data();
-    int32_t k = 0;
-    for (int32_t s = 0; s < n; ++s) {
+    for (int32_t s = firstNew; s < n; ++s) {
         const int32_t at = seps[s];
-        if (at + 4 > len_) break;
-        const uint16_t h4 = Hash4(p + at);
-        words_[kWord4][h4 >> 6] |= 1ULL << (h4 & 63);
-        keys[k++] = static_cast<uint16_t>(kWord4 * kHashSize + h4);
-        if (at + 8 > len_) continue;
-        const uint16_t h8 = Hash8(p + at);
-        words_[kWord8][h8 >> 6] |= 1ULL << (h8 & 63);
-        keys[k++] = static_cast<uint16_t>(kWord8 * kHashSize + h8);
+        if (at + 4 <= len_) {
+            const uint16_t h4 = Hash4(p + at);
+            words_[kWord4][h4 >> 6] |= 1ULL << (h4 & 63);
+            keys[k++] = static_cast<uint16_t>(kWord4 * kHashSize + h4);
+            if (at + 8 <= len_) {
+                const uint16_t h8 = Hash8(p + at);
+                words_[kWord8][h8 >> 6] |= 1ULL << (h8 & 63);
+                keys[k++] = static_cast<uint16_t>(kWord8 * kHashSize + h8);
+            }
+        }
+        keysThrough[s] = k;
     }
     numPathKeys_ = k;
+
+    // The words that end within the folder part (up to the last separator),
+    // kept for the folder's next files.
+    const int32_t folderEnd = n > 0 ? seps[n - 1] + 1 : 0;
+    int32_t f = 0;
+    while (f < n && seps[f] + 8 <= folderEnd) ++f;
+    if (folderKeys_ < 0 || f != folderSeparators_) {
+        folderSeparators_ = f;
+        folderKeys_ = f > 0 ? keysThrough[f - 1] : 0;
+        std::memset(folderWords_, 0, sizeof folderWords_);
+        for (int32_t i2 = 0; i2 < folderKeys_; ++i2) {
+            const uint32_t key = keys[i2];
+            folderWords_[key >> kHashBits][(key & (kHashSize - 1)) >> 6] |= 1ULL << (key & 63);
+        }
+    }
+
+    if (wordsPath_.size() < static_cast<size_t>(len_) + 1) wordsPath_.resize(static_cast<size_t>(len_) + 1);
+    std::memcpy(wordsPath_.data(), p, static_cast<size_t>(len_));
+    wordsPathLen_ = len_;
 }
 
 // A text with a separator can only lie where its separator meets one of the

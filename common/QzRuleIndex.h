@@ -109,6 +109,7 @@ private:
     void CollectTrieMatches(int32_t root);
     void PrepareExtension();
     void PrepareWords();
+    void SetWordBit(uint32_t key);
     bool MayHold(Probe key);
     bool Contains(const Needle& n);
     bool RuleHolds(const Rule& r);
@@ -146,5 +147,16 @@ private:
     int32_t numSeparators_ = 0;
     std::vector<uint16_t> pathKeys_;  // the path's words as key numbers
     int32_t numPathKeys_ = 0;
+    // The path whose words were found last (a walk asks about the files of
+    // one folder in a row, so the next path mostly begins the same way), and
+    // per separator the number of keys up to and including its own.
+    std::vector<char> wordsPath_;
+    int32_t wordsPathLen_ = 0;
+    std::vector<int32_t> keysThroughSeparator_;
+    // The word bits of the first folderSeparators_ separators of that path
+    // (those whose words end within its folder), valid while folderKeys_ >= 0.
+    uint64_t folderWords_[2][kHashSize / 64] = {};
+    int32_t folderSeparators_ = 0;
+    int32_t folderKeys_ = -1;
     std::vector<uint64_t> candidates_;
 };

@@ -65,6 +65,7 @@ inline uint32_t HashBytes(const char* p, int32_t n) {
 
 // The last min(len, 8) bytes as one number, the last byte lowest.
 inline uint64_t PackedTail(const char* s, int32_t len) {
+    if (kLittleEndian && len >= 8) return __builtin_bswap64(Load64(s + len - 8));
     uint64_t v = 0;
     const int32_t n = len < 8 ? len : 8;
     for (int32_t i = 0; i < n; ++i) v |= uint64_t{static_cast<unsigned char>(s[len - 1 - i])} << (8 * i);

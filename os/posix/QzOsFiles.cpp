@@ -7,6 +7,9 @@
 //   listing logs and skips them) and can never be opened by name.
 // - Symbolic links stand in for reparse points: one to a directory is a
 //   directory with the reparse flag, any other link a file with it (size 0).
+//   A directory that another file system is mounted on (it lies on another
+//   device than its parent) is a directory with the reparse flag too, as a
+//   folder with a volume or a share mounted into it is on Windows.
 // - Share modes are emulated with flock(): an exclusive open takes LOCK_EX and
 //   every other open LOCK_SH, so a conflict gives ErrSharingViolation.
 // - The hidden attribute is not stored; names starting with "." read as hidden.
@@ -116,13 +119,14 @@ bool WorkingDirectoryDrive(char* letterRet, std::string* restRet) {
 
 }  // namespace
 
-Drive LookupDrive(char letter) {
+const Drive& LookupDrive(char letter) {
     static DriveTable table;
+    static const Drive kUnmapped;
     const char* env = std::getenv("QZ_DRIVES");
     const char* now = env ? env : "C=/";
     if (table.source != now) Rebuild(table, now);
     const char l = static_cast<char>(letter & ~0x20);
-    if (l < 'A' || l > 'Z') return Drive();
+    if (l < 'A' || l > 'Z') return kUnmapped;
     return table.drives[l - 'A'];
 }
 
@@ -144,7 +148,7 @@ uint32_t MapPath(const char* win, std::string* out, bool* isDriveRootRet) {
         if (!WorkingDirectoryDrive(&letter, &cwdRest)) return ErrPathNotFound;
         rest = IsSep(win[0]) ? std::string(win) : cwdRest + "\\" + win;
     }
-    const Drive d = LookupDrive(letter);
+    const Drive& d = LookupDrive(letter);
     if (!d.mapped) return ErrPathNotFound;
     // Component by component: "." and empty components vanish and ".." stops
     // at the drive's root, as Windows resolves them.
@@ -298,6 +302,16 @@ uint32_t LstatPath(const char* winPath, std::string* path, struct stat* st) {
     return ErrSuccess;
 }
 
+// A directory other than a drive's root whose parent lies on another device.
+bool IsMountPoint(const std::string& path, const struct stat& st) {
+    std::string p = path;
+    while (p.size() > 1 && p.back() == '/') p.pop_back();
+    const size_t slash = p.find_last_of('/');
+    if (slash == std::string::npos || p.size() <= 1) return false;
+    struct stat parent;
+    return ::stat(slash == 0 ? "/" : p.substr(0, slash).c_str(), &parent) == 0 && parent.st_dev != st.st_dev;
+}
+
 }  // namespace
 
 // ---- directory enumeration -------------------------------------------------
@@ -305,6 +319,8 @@ uint32_t LstatPath(const char* winPath, std::string* path, struct stat* st) {
 struct FindHandle {
     DIR* dir = nullptr;
     int fd = -1;
+    struct stat self = {};   // the listed directory itself: its "." entry, and its device, on
+    bool haveSelf = false;   // which a subdirectory that lies elsewhere is a mount point
     std::string wildcard;    // the pattern's last component; empty matches everything
     bool driveRoot = false;  // a drive root lists no "." and ".." on Windows
 };
@@ -339,12 +355,17 @@ uint32_t ReadEntry(FindHandle* h, FindData* d) {
         errno = 0;
         struct dirent* e = ::readdir(h->dir);
         if (!e) return errno ? MapErrno(errno) : ErrNoMoreFiles;
-        if (h->driveRoot && (std::strcmp(e->d_name, ".") == 0 || std::strcmp(e->d_name, "..") == 0)) continue;
-        if (!h->wildcard.empty() && !WildcardMatch(h->wildcard.c_str(), e->d_name)) continue;
+        const char* name = e->d_name;
+        const bool dots = name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
+        if (h->driveRoot && dots) continue;
+        if (!h->wildcard.empty() && !WildcardMatch(h->wildcard.c_str(), name)) continue;
         struct stat st;
         // Metadata comes from the directory's own descriptor: no path is
-        // resolved again per entry.
-        if (::fstatat(h->fd, e->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
+        // resolved again per entry. "." and ".." are given the directory's
+        // own metadata, examined already: a walk only skips them.
+        if (dots && h->haveSelf) {
+            st = h->self;
+        } else if (::fstatat(h->fd, e->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
             if (errno == ENOENT) continue;  // vanished since readdir
             std::memset(&st, 0, sizeof st);
             st.st_mode = S_IFREG;
@@ -360,6 +381,8 @@ uint32_t ReadEntry(FindHandle* h, FindData* d) {
         d->nameOk = copy == n && std::memchr(e->d_name, '\\', n) == nullptr &&
                     QzUtf8::IsValid(e->d_name, static_cast<int32_t>(n));
         d->attributes = AttributesOf(e->d_name, st, haveTarget ? &target : nullptr);
+        if (S_ISDIR(st.st_mode) && !dots && h->haveSelf && st.st_dev != h->self.st_dev)
+            d->attributes |= AttrReparsePoint;
         const Times t = TimesOf(st);
         d->creationTime = t.creation;
         d->lastWriteTime = t.lastWrite;
@@ -392,6 +415,7 @@ uint32_t FindFirstFile(const char* pattern, FindHandle** handleRet, FindData* da
     auto* h = new FindHandle;
     h->dir = dir;
     h->fd = ::dirfd(dir);
+    h->haveSelf = ::fstat(h->fd, &h->self) == 0;
     h->wildcard = std::move(wildcard);
     h->driveRoot = driveRoot;
     const uint32_t first = ReadEntry(h, dataRet);
@@ -416,12 +440,16 @@ void FindClose(FindHandle* handle) {
 
 uint32_t GetFileAttributesEx(const char* winPath, FileAttrData* dataRet) {
     std::string path;
-    struct stat st;
-    const uint32_t err = LstatPath(winPath, &path, &st);
+    bool driveRoot = false;
+    const uint32_t err = MapPath(winPath, &path, &driveRoot);
     if (err) return err;
+    struct stat st;
+    if (::lstat(path.c_str(), &st) != 0) return MapPathErrno(errno, path);
     struct stat target;
     const bool haveTarget = S_ISLNK(st.st_mode) && ::stat(path.c_str(), &target) == 0;
     dataRet->attributes = AttributesOf(BaseName(path), st, haveTarget ? &target : nullptr);
+    // A drive's root is never a reparse point, wherever its directory is mounted.
+    if (S_ISDIR(st.st_mode) && !driveRoot && IsMountPoint(path, st)) dataRet->attributes |= AttrReparsePoint;
     const Times t = TimesOf(st);
     dataRet->creationTime = t.creation;
     dataRet->lastWriteTime = t.lastWrite;
@@ -531,6 +559,24 @@ uint32_t GetFileTimes(Handle h, int64_t* creationRet, int64_t* lastWriteRet) {
 
 uint32_t FlushFile(Handle h) {
     return ::fsync(static_cast<int>(h)) == 0 ? ErrSuccess : MapErrno(errno);
+}
+
+void WriteBehind(Handle h, int64_t settledFrom, int64_t startFrom, int64_t end) {
+    const int fd = static_cast<int>(h);
+    if (startFrom > settledFrom) {
+#ifdef __linux__
+        ::sync_file_range(fd, settledFrom, startFrom - settledFrom,
+                          SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER);
+#else
+        ::fdatasync(fd);
+#endif
+        ::posix_fadvise(fd, settledFrom, startFrom - settledFrom, POSIX_FADV_DONTNEED);
+    }
+#ifdef __linux__
+    if (end > startFrom) ::sync_file_range(fd, startFrom, end - startFrom, SYNC_FILE_RANGE_WRITE);
+#else
+    (void)end;
+#endif
 }
 
 void CloseFile(Handle h) {

@@ -26,7 +26,8 @@ struct Drive {
 
 // The entry for a drive letter, re-read from QZ_DRIVES when it has changed
 // (tests change it between cases). An unmapped letter comes back unmapped.
-Drive LookupDrive(char letter);
+// The reference stays valid until QZ_DRIVES changes.
+const Drive& LookupDrive(char letter);
 inline bool IsDriveForm(const char* p) {
     const char l = static_cast<char>(p[0] & ~0x20);
     return l >= 'A' && l <= 'Z' && p[1] == ':';

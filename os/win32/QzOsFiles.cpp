@@ -238,6 +238,9 @@ uint32_t FlushFile(Handle h) {
     return 0;
 }
 
+// The cache manager writes a sequential file behind on its own.
+void WriteBehind(Handle, int64_t, int64_t, int64_t) {}
+
 void CloseFile(Handle h) {
     if (h != kInvalidHandle && h != 0) ::CloseHandle(ToWin(h));
 }

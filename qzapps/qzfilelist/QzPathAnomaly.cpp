@@ -101,6 +101,8 @@ DirVerdict CheckDirectoryPath(const QzString& path, QzString* logRet) {
         *logRet = QzCat("WARNING: skipping dirname with illegal trailing sep: ", path);
         return DirVerdict::TrailingSeparator;
     }
+    // Each name below holds a period; most folder paths hold none.
+    if (!std::memchr(p, '.', static_cast<size_t>(len))) return DirVerdict::Enter;
     if (path.Contains("Backups.backupdb")) {
         *logRet = QzCat("WARNING: skipping dirname with TimeMachine in it: ", path);
         return DirVerdict::TimeMachine;

@@ -311,10 +311,18 @@ TEST_F(QzRuleTreeTest, IndexAgreesWithTheWalkOverTheTree) {
             for (int d = static_cast<int>(rnd() % 5); d > 0; --d) path += piece();
             if (rnd() % 6) path += "\\" + pick(dirs) + "." + pick(exts);
             if (rnd() % 7 == 0) path = path.substr(0, rnd() % (path.size() + 1));
-            const QzString p(path.c_str());
-            const QzExcludeRuleNode* walked = tree_.FindExcludingRuleByWalkingTheTree(p.c_str(), p.Length());
-            EXPECT_EQ(tree_.UserWantsThisFileBackedUpEx(p, 1, 1), walked == nullptr) << path;
-            ASSERT_EQ(tree_.LastExcludingRule(), walked) << "round " << round << ": " << path;
+            // A walk asks about the files of one folder in a row: the path,
+            // then siblings whose names differ in length and separators.
+            const size_t slash = path.find_last_of('\\');
+            const std::string folder = slash == std::string::npos ? path : path.substr(0, slash + 1);
+            for (int sibling = 0; sibling < 4; ++sibling) {
+                const std::string asked =
+                    sibling == 0 ? path : folder + pick(dirs) + (rnd() % 2 ? "." + pick(exts) : "");
+                const QzString p(asked.c_str());
+                const QzExcludeRuleNode* walked = tree_.FindExcludingRuleByWalkingTheTree(p.c_str(), p.Length());
+                EXPECT_EQ(tree_.UserWantsThisFileBackedUpEx(p, 1, 1), walked == nullptr) << asked;
+                ASSERT_EQ(tree_.LastExcludingRule(), walked) << "round " << round << ": " << asked;
+            }
         }
     }
 }
