@@ -110,14 +110,6 @@ bool ModelValidUtf16(const std::vector<char16_t>& w) {
     return true;
 }
 
-// A path longer than 250 bytes gets the long-path prefix unless it has it;
-// a network path "\\server\share\..." takes its UNC form "\\?\UNC\server\share\...".
-std::string ModelPathForm(std::string_view path) {
-    if (path.size() <= 250 || path.substr(0, 4) == "\\\\?\\") return std::string(path);
-    if (path.substr(0, 2) == "\\\\") return "\\\\?\\UNC\\" + std::string(path.substr(2));
-    return "\\\\?\\" + std::string(path);
-}
-
 // Self-appends double the string; past this size they are skipped.
 constexpr size_t kMaxModel = 1 << 12;
 
