@@ -40,10 +40,14 @@ inline void Check(bool ok, const char* what, std::string_view detail = {}) {
     if (!ok) Fail(what, detail);
 }
 
-inline std::string_view View(const QzString& s) { return {s.c_str(), static_cast<size_t>(s.Length())}; }
+inline std::string_view View(const QzString& s) {
+    return {s.c_str(), static_cast<size_t>(s.Length())};
+}
 
 // The host path of a file on drive T: given relative to it with "/".
-inline std::string OnT(const std::string& rel) { return Root() + "/t/" + rel; }
+inline std::string OnT(const std::string& rel) {
+    return Root() + "/t/" + rel;
+}
 
 inline void WriteT(const std::string& rel, std::string_view text) {
     std::filesystem::create_directories(std::filesystem::path(OnT(rel)).parent_path());

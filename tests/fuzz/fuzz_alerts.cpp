@@ -24,7 +24,8 @@ std::optional<std::string_view> Attr(std::string_view s, std::string_view name) 
     const std::string key = std::string(name) + "=\"";
     for (size_t p = s.find(key); p != std::string_view::npos; p = s.find(key, p + 1)) {
         const char c = p > 0 ? s[p - 1] : ' ';
-        if (std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '-' || c == ':' || c == '.') continue;
+        if (std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '-' || c == ':' || c == '.')
+            continue;
         const size_t v = p + key.size();
         const size_t q = s.find('"', v);
         if (q == std::string_view::npos) return std::nullopt;
@@ -64,7 +65,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Check(size >= 20 && in.find("</contents>") != std::string_view::npos, "a truncated alert file was taken");
     Check(!records.empty(), "an alert file without volumes was taken");
     std::vector<QzString> snippets;
-    QzFile::GetAllXmlSnippetsWithTagNameInXmlText(in.data(), static_cast<int32_t>(size), "qzvolume", &snippets);
+    QzFile::GetAllXmlSnippetsWithTagNameInXmlText(in.data(), static_cast<int32_t>(size), "qzvolume",
+                                                  &snippets);
     Check(snippets.size() == records.size(), "records and elements differ in number");
     for (size_t i = 0; i < records.size(); ++i) {
         const std::string_view s = View(snippets[i]);
@@ -74,10 +76,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         std::string lower(hex ? *hex : std::string_view());
         for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
         Check(hex && Hex(View(r.mountPoint)) == lower, "mount point differs from the element", s);
-        const std::pair<const char*, int32_t> numbers[] = {{"vol_defcon_level", r.defconLevel},
-                                                           {"vol_last_seen_in_days", r.lastSeenInDays},
-                                                           {"vol_last_filelisted_in_days", r.lastFileListedInDays},
-                                                           {"vol_last_file_pushed_in_days", r.lastFilePushedInDays}};
+        const std::pair<const char*, int32_t> numbers[] = {
+            {"vol_defcon_level", r.defconLevel},
+            {"vol_last_seen_in_days", r.lastSeenInDays},
+            {"vol_last_filelisted_in_days", r.lastFileListedInDays},
+            {"vol_last_file_pushed_in_days", r.lastFilePushedInDays}};
         for (const auto& [name, value] : numbers) {
             const std::optional<std::string_view> text = Attr(s, name);
             Check(text.has_value(), "a record was taken without", name);
@@ -85,7 +88,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             int64_t model = 0;
             const char* end = text->data() + text->size();
             const auto [at, err] = std::from_chars(text->data(), end, model);
-            Check(err == std::errc() && at == end && value == model, "a number differs from its attribute", name);
+            Check(err == std::errc() && at == end && value == model, "a number differs from its attribute",
+                  name);
         }
     }
     return 0;

@@ -35,7 +35,8 @@ std::optional<int64_t> Number(std::string_view s, std::string_view name) {
     const std::string key = std::string(name) + "=\"";
     for (size_t p = s.find(key); p != std::string_view::npos; p = s.find(key, p + 1)) {
         const char c = p > 0 ? s[p - 1] : ' ';
-        if (std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '-' || c == ':' || c == '.') continue;
+        if (std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '-' || c == ':' || c == '.')
+            continue;
         const size_t v = p + key.size();
         const size_t q = s.find('"', v);
         if (q == std::string_view::npos) return std::nullopt;
@@ -61,23 +62,27 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzMachine::WriteT("filestats.xml", in);
     QzFileStats::Counters first;
     for (int i = 0; i < QzFileStats::kNumCategories; ++i) first.num[i] = first.bytes[i] = 7;
-    Check(QzFileStats::ReadFileStatsBack(QzString("T:\\filestats.xml"), &first), "a readable file was refused");
+    Check(QzFileStats::ReadFileStatsBack(QzString("T:\\filestats.xml"), &first),
+          "a readable file was refused");
     for (int i = 0; i < QzFileStats::kNumCategories; ++i) {
-        Check(first.num[i] == Number(in, kNames[i][0]).value_or(7), "a count differs from the model", kNames[i][0]);
-        Check(first.bytes[i] == Number(in, kNames[i][1]).value_or(7), "a size differs from the model", kNames[i][1]);
+        Check(first.num[i] == Number(in, kNames[i][0]).value_or(7), "a count differs from the model",
+              kNames[i][0]);
+        Check(first.bytes[i] == Number(in, kNames[i][1]).value_or(7), "a size differs from the model",
+              kNames[i][1]);
     }
 
     QzFileStats::Identity who;
     who.accountName.Set("a&b");
     FuzzMachine::WriteT("filestats.xml", View(QzFileStats::FileStatsXmlText(first, who, 0, true, true)));
     QzFileStats::Counters second;
-    Check(QzFileStats::ReadFileStatsBack(QzString("T:\\filestats.xml"), &second), "the written file was refused");
+    Check(QzFileStats::ReadFileStatsBack(QzString("T:\\filestats.xml"), &second),
+          "the written file was refused");
     for (int i = 0; i < QzFileStats::kNumCategories; ++i) {
         const bool pictures = i == QzFileStats::kPictures;
         Check(second.num[i] == (pictures ? 0 : first.num[i]), "a count changed on the way through the file",
               kNames[i][0]);
-        Check(second.bytes[i] == (pictures ? 0 : first.bytes[i]), "a size changed on the way through the file",
-              kNames[i][1]);
+        Check(second.bytes[i] == (pictures ? 0 : first.bytes[i]),
+              "a size changed on the way through the file", kNames[i][1]);
     }
     return 0;
 }

@@ -14,7 +14,9 @@ using FuzzMachine::Check;
 
 namespace {
 
-char Fold(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+char Fold(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
 
 bool Holds(std::string_view line, std::string_view pattern, bool ignoreCase) {
     if (!ignoreCase) return line.find(pattern) != std::string_view::npos;
@@ -71,10 +73,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     QzFastFileReader reader(0);  // the smallest buffer: long lines and refills come cheap
     Check(reader.Open("T:\\grep.txt"), "the file could not be opened");
     std::vector<Hit> got;
-    const bool ok = reader.Grep(pattern.c_str(), ignoreCase, maxHits, [&](int64_t n, const char* line, int32_t len, bool cut) {
-        Check(!cut, "a line below the kept length was cut");
-        got.push_back({n, std::string(line, static_cast<size_t>(len))});
-    });
+    const bool ok = reader.Grep(pattern.c_str(), ignoreCase, maxHits,
+                                [&](int64_t n, const char* line, int32_t len, bool cut) {
+                                    Check(!cut, "a line below the kept length was cut");
+                                    got.push_back({n, std::string(line, static_cast<size_t>(len))});
+                                });
     Check(ok, "grep failed on a readable file");
     Check(got.size() == want.size(), "grep and the plain search found different numbers of lines");
     for (size_t i = 0; i < got.size(); ++i)

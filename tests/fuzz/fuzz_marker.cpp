@@ -21,7 +21,8 @@ std::optional<std::string_view> Attr(std::string_view s, std::string_view name) 
     const std::string key = std::string(name) + "=\"";
     for (size_t p = s.find(key); p != std::string_view::npos; p = s.find(key, p + 1)) {
         const char c = p > 0 ? s[p - 1] : ' ';
-        if (std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '-' || c == ':' || c == '.') continue;
+        if (std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '-' || c == ':' || c == '.')
+            continue;
         const size_t v = p + key.size();
         const size_t q = s.find('"', v);
         if (q == std::string_view::npos) return std::nullopt;
@@ -49,7 +50,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::optional<std::string_view> hguid = Attr(in, "associated_hguid");
     const bool usable = size >= 10 && vguid && vguid->size() == 28 && hguid && hguid->size() == 24;
     if (!usable) {
-        Check(info.volumeGuid.IsEmpty() && info.associatedHguid.IsEmpty(), "an unusable marker gave an identity");
+        Check(info.volumeGuid.IsEmpty() && info.associatedHguid.IsEmpty(),
+              "an unusable marker gave an identity");
         Check(!info.markerError.IsEmpty(), "an unusable marker without a reason");
         return 0;
     }

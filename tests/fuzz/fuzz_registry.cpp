@@ -15,12 +15,15 @@ using FuzzMachine::View;
 
 namespace {
 
-bool Escapable(std::string_view s) { return s.find_first_of("<>&\"'") != std::string_view::npos; }
+bool Escapable(std::string_view s) {
+    return s.find_first_of("<>&\"'") != std::string_view::npos;
+}
 
 bool Same(const QzVolumesXmlEntry& a, const QzVolumesXmlEntry& b) {
     return View(a.volumeGuid) == View(b.volumeGuid) && View(a.mountPoint) == View(b.mountPoint) &&
-           std::strcmp(a.typeCode, b.typeCode) == 0 && a.lastSeenAttachedGmtMillis == b.lastSeenAttachedGmtMillis &&
-           a.bytesFree == b.bytesFree && a.bytesUsed == b.bytesUsed && a.bytesTotal == b.bytesTotal;
+           std::strcmp(a.typeCode, b.typeCode) == 0 &&
+           a.lastSeenAttachedGmtMillis == b.lastSeenAttachedGmtMillis && a.bytesFree == b.bytesFree &&
+           a.bytesUsed == b.bytesUsed && a.bytesTotal == b.bytesTotal;
 }
 
 }  // namespace
@@ -44,8 +47,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Check(in.find("</contents>") != std::string_view::npos, "a registry without its end tag was taken");
     for (const QzVolumesXmlEntry& e : first) {
         Check(e.volumeGuid.Length() == 28, "an identifier of the wrong length was taken", View(e.volumeGuid));
-        Check(e.mountPoint.Length() >= 2 && std::strlen(e.mountPoint.c_str()) == size_t(e.mountPoint.Length()),
-              "a mount point that cannot be a path was taken", View(e.mountPoint));
+        Check(
+            e.mountPoint.Length() >= 2 && std::strlen(e.mountPoint.c_str()) == size_t(e.mountPoint.Length()),
+            "a mount point that cannot be a path was taken", View(e.mountPoint));
     }
 
     Check(QzUiUtil::QzVolumesXml_WriteQzVolumesXmlFile(first, lastId), "the registry could not be written");
@@ -57,13 +61,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // not expected back. Real identifiers are 28 letters and digits.
     bool plain = true;
     for (const QzVolumesXmlEntry& e : first)
-        plain = plain && !Escapable(View(e.volumeGuid)) && View(e.volumeGuid).find('=') == std::string_view::npos &&
-                !Escapable(e.typeCode);
+        plain = plain && !Escapable(View(e.volumeGuid)) &&
+                View(e.volumeGuid).find('=') == std::string_view::npos && !Escapable(e.typeCode);
     if (!plain) return 0;
     Check(ok2, "the reader refused what the writer wrote", FuzzMachine::ReadT("qzvolumes.xml"));
     Check(lastId2 == lastId, "the short id counter changed on the way through the file");
     Check(second.size() == first.size(), "entries were lost or gained on the way through the file");
     for (size_t i = 0; i < first.size(); ++i)
-        Check(Same(first[i], second[i]), "an entry changed on the way through the file", View(first[i].volumeGuid));
+        Check(Same(first[i], second[i]), "an entry changed on the way through the file",
+              View(first[i].volumeGuid));
     return 0;
 }

@@ -27,7 +27,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Check(s.numDaysWarnIfNoBackup <= 7, "warning days out of range");
     Check(s.numBackupThreads >= 1 && s.numBackupThreads <= 200, "thread count out of range");
     Check(s.maxFileSizeMb >= 0 && s.maxFileSizeMb <= 1000000000, "size limit out of range");
-    Check(s.blockedNetworkNames.size() == s.blockedNetworkMacAddrs.size(), "blocked networks lost their pairs");
+    Check(s.blockedNetworkNames.size() == s.blockedNetworkMacAddrs.size(),
+          "blocked networks lost their pairs");
     for (size_t i = 0; i < s.selectedVolumes.size(); ++i) {
         const QzSettings::SelectedVolume& v = s.selectedVolumes[i];
         Check(QzInfoManager::IsWellFormedVolumeGuid(v.volumeGuid), "a bad volume identifier was selected");
@@ -57,8 +58,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         for (size_t at = View(xml).find("<excludefname_rule"); at != std::string_view::npos;
              at = View(xml).find("<excludefname_rule", at + 1))
             ++rules;
-        Check(rules == 0 || rules > QzRuleTree::kMaxRulesPerDataSet, "the parser refused the rules made from settings",
-              View(xml).substr(0, 300));
+        Check(rules == 0 || rules > QzRuleTree::kMaxRulesPerDataSet,
+              "the parser refused the rules made from settings", View(xml).substr(0, 300));
         return 0;
     }
     for (const QzString& ext : s.excludeFileTypes) {

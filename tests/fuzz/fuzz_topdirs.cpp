@@ -56,7 +56,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
               second.timesMountPointsVerified == first.timesMountPointsVerified,
           "a figure changed on the way through the file");
     for (int32_t i = 0; i < kept.Count(); ++i) {
-        Check(View(second.dirToIndex[i]) == View(kept.dirToIndex[i]), "an entry changed", View(kept.dirToIndex[i]));
+        Check(View(second.dirToIndex[i]) == View(kept.dirToIndex[i]), "an entry changed",
+              View(kept.dirToIndex[i]));
         Check(View(second.vGuidToIndex[i]) == View(kept.vGuidToIndex[i]), "an identifier changed");
         if (i < 64) Check(second.secondsToScanEachDir[i] == kept.secondsToScanEachDir[i], "a time changed");
     }
