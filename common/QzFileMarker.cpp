@@ -117,7 +117,7 @@ bool SetAsideOldIdFile(const QzString& idFile) {
     for (int attempt = 0; attempt < 9; ++attempt) {
         const QzString aside = QzCat(idFile, ".aside", RandomNumber(), ".xml");
         if (PathExists(aside.c_str())) continue;
-        if (QzOs::MoveFileReplace(idFile.c_str(), aside.c_str()) != QzOs::ErrSuccess) continue;
+        if (!AtomicMoveFile(idFile.c_str(), aside.c_str())) continue;
         if (!DeleteFileIfExists(aside.c_str()))
             QzLog::WriteLine(
                 QzCat("WARNING: QzFile::WriteVolumeGuidIntoDotQzVolDirOnVolume could not delete ", aside));

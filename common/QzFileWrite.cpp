@@ -1,5 +1,8 @@
 #include "QzFileWrite.h"
 
+#include <cstdio>
+#include <cstdlib>
+
 #include "QzFile.h"
 #include "QzLog.h"
 #include "QzOs.h"
@@ -11,27 +14,64 @@ namespace {
 // Appends at least this large are written behind (see FutureFile::Append).
 constexpr int64_t kWriteBehindMinBytes = 1 << 20;
 
-// Writes everything in pieces the OS layer takes in one call.
-bool WriteAll(QzOs::Handle h, const char* data, int64_t len) {
+int64_t g_crashStep = 0;
+int64_t g_stepsDone = 0;
+
+// Counts one durable step; true when it is the one at which the process ends.
+bool IsCrashStep(const char* kind, const char* path) {
+    if (g_crashStep <= 0 || ++g_stepsDone != g_crashStep) return false;
+    std::fprintf(stderr, "crash point %lld: %s %s\n", static_cast<long long>(g_stepsDone), kind, path ? path : "");
+    std::fflush(stderr);
+    return true;
+}
+
+[[noreturn]] void EndAbruptly() { std::_Exit(kCrashExitCode); }
+
+// Writes everything in pieces the OS layer takes in one call. At the crash
+// step only the first half is written before the process ends.
+bool WriteAll(QzOs::Handle h, const char* data, int64_t len, const char* kind, const char* path) {
+    const bool crash = IsCrashStep(kind, path);
+    if (crash) len /= 2;
     for (int64_t done = 0; done < len;) {
         const int64_t chunk = len - done < (1 << 24) ? len - done : (1 << 24);
         if (QzOs::WriteFile(h, data + done, static_cast<uint32_t>(chunk)) != QzOs::ErrSuccess) return false;
         done += chunk;
     }
+    if (crash) EndAbruptly();
     return true;
 }
+
+bool FlushDurably(QzOs::Handle h, const char* path) {
+    if (IsCrashStep("flush", path)) EndAbruptly();
+    return QzOs::FlushFile(h) == QzOs::ErrSuccess;
+}
 }  // namespace
+
+void SetCrashStepForTesting(int64_t step) {
+    g_crashStep = step;
+    g_stepsDone = 0;
+}
+
+bool AppendToFile(const char* path, const char* data, int64_t len) {
+    QzOs::Handle h;
+    if (!path || QzOs::OpenFile(path, QzOs::OpenMode::Append, &h) != QzOs::ErrSuccess) return false;
+    const bool ok = WriteAll(h, data, len, "append", path);
+    QzOs::CloseFile(h);
+    return ok;
+}
 
 bool WriteEntireFile(const char* fileName, const char* data, int64_t len) {
     QzOs::Handle h;
     if (!fileName || QzOs::OpenFile(fileName, QzOs::OpenMode::CreateAlways, &h) != QzOs::ErrSuccess) return false;
-    bool ok = WriteAll(h, data, len) && QzOs::FlushFile(h) == QzOs::ErrSuccess;
+    bool ok = WriteAll(h, data, len, "write", fileName) && FlushDurably(h, fileName);
     QzOs::CloseFile(h);
     return ok;
 }
 
 bool AtomicMoveFile(const char* source, const char* target) {
-    return source && target && QzOs::MoveFileReplace(source, target) == QzOs::ErrSuccess;
+    if (!source || !target) return false;
+    if (IsCrashStep("move", target)) EndAbruptly();
+    return QzOs::MoveFileReplace(source, target) == QzOs::ErrSuccess;
 }
 
 bool AtomicMoveFileWithRetry(const char* source, const char* target) {
@@ -110,8 +150,8 @@ bool FutureFile::Create(const char* header, int64_t len) {
     Close();
     QzOs::Handle h;
     if (QzOs::OpenFile(future_.c_str(), QzOs::OpenMode::CreateAlways, &h) != QzOs::ErrSuccess) return false;
-    bool ok = WriteAll(h, header, len);
-    if (ok && writeThrough_) ok = QzOs::FlushFile(h) == QzOs::ErrSuccess;
+    bool ok = WriteAll(h, header, len, "create", future_.c_str());
+    if (ok && writeThrough_) ok = FlushDurably(h, future_.c_str());
     QzOs::CloseFile(h);
     return ok;
 }
@@ -119,8 +159,8 @@ bool FutureFile::Create(const char* header, int64_t len) {
 bool FutureFile::Append(const char* data, int64_t len) {
     if (len <= 0) return true;
     if (!OpenForAppend()) return false;
-    bool ok = WriteAll(handle_, data, len);
-    if (ok && writeThrough_) ok = QzOs::FlushFile(handle_) == QzOs::ErrSuccess;
+    bool ok = WriteAll(handle_, data, len, "append", future_.c_str());
+    if (ok && writeThrough_) ok = FlushDurably(handle_, future_.c_str());
     if (!ok) {
         end_ = -1;  // a short write leaves the end unknown: no more write-behind
     } else if (end_ >= 0) {
@@ -138,7 +178,7 @@ bool FutureFile::Append(const char* data, int64_t len) {
     return ok;
 }
 
-bool FutureFile::Flush() { return handle_ == QzOs::kInvalidHandle || QzOs::FlushFile(handle_) == QzOs::ErrSuccess; }
+bool FutureFile::Flush() { return handle_ == QzOs::kInvalidHandle || FlushDurably(handle_, future_.c_str()); }
 
 void FutureFile::Close() {
     if (handle_ == QzOs::kInvalidHandle) return;

@@ -27,6 +27,10 @@ bool AtomicMoveFile(const char* source, const char* target);
 // 10 retries: " after the last.
 bool AtomicMoveFileWithRetry(const char* source, const char* target);
 
+// Appends `data` to a file (created when missing) in one write: for logs that
+// grow by whole lines.
+bool AppendToFile(const char* path, const char* data, int64_t len);
+
 // Moves `source` over `target` (replace-existing, write-through) up to
 // `attempts` times with `pauseMillis` between failed attempts.
 bool MoveWithRetry(const char* source, const char* target, int attempts, uint32_t pauseMillis,
@@ -116,5 +120,15 @@ private:
     int64_t startedTo_ = 0;
     int64_t cachedFrom_ = 0;
 };
+
+// Crash tests: every durable step of the functions above (the write of a
+// whole file, its flush, a move, the creation of or an append to a growing
+// file) is counted from 1 at start-up. When the count reaches `step` the
+// process ends at once with exit code kCrashExitCode, as a kill would end it:
+// a write is cut after half its bytes, a flush or a move does not happen.
+// Each ending names the step on stderr ("crash point N: <kind> <path>").
+// 0 (the default) never ends the process.
+constexpr int kCrashExitCode = 86;
+void SetCrashStepForTesting(int64_t step);
 
 }  // namespace QzFile

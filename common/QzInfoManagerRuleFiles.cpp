@@ -119,13 +119,7 @@ bool AppendMergeLogLine(const QzString& dataDir, const QzString& block) {
 
     // the data directory itself must exist
     QzOs::CreateDirectory(QzCat(dataDir, QzFile::DataRelativeName(QzFile::DataFile::ReportsFolder)).c_str());
-    QzOs::Handle h;
-    if (QzOs::OpenFile(MergeLogPath(dataDir).c_str(), QzOs::OpenMode::Append, &h) != QzOs::ErrSuccess)
-        return false;
-    const bool ok =
-        QzOs::WriteFile(h, line.c_str(), static_cast<uint32_t>(line.Length())) == QzOs::ErrSuccess;
-    QzOs::CloseFile(h);
-    return ok;
+    return QzFile::AppendToFile(MergeLogPath(dataDir).c_str(), line.c_str(), line.Length());
 }
 
 // The first end tag of the root that is not inside a comment, or -1: rules

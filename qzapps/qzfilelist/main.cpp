@@ -7,6 +7,7 @@
 #include "QzFile.h"
 #include "qzfilelist.h"
 #include "QzFileLocations.h"
+#include "QzFileWrite.h"
 #include "QzLog.h"
 #include "QzOs.h"
 #include "QzSystem.h"
@@ -56,6 +57,8 @@ int main(int argc, char** argv) {
     QzOs::GetUtf8Arguments(argc, argv, &g_args);
     // Tests of the whole program run its pauses in virtual time.
     if (const char* v = std::getenv("QZ_TEST_VIRTUAL_TIME"); v && v[0] == '1' && v[1] == '\0') QzTime::UseVirtualTime();
+    // Crash tests end the run at a chosen step of writing a file (QzFileWrite.h).
+    if (const char* v = std::getenv("QZ_TEST_CRASH_AT_STEP")) QzFile::SetCrashStepForTesting(std::atoll(v));
 
     const QzString& dataDir = QzFile::GetDataDir();
     const QzString logBase = QzFile::DataPath(QzFile::DataFile::LogBase);

@@ -1,0 +1,84 @@
+// What the file-reader fuzz targets share: a failed check that stops the run
+// with the input's gist, and a scratch machine. Drive C: holds the installer's
+// descriptor, which names drive T: as the data directory; both drives live in
+// one private temporary directory, in memory where possible (these targets are
+// built only by the POSIX fuzz preset).
+#pragma once
+
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <string_view>
+
+#include "QzString.h"
+#include "QzTime.h"
+
+namespace FuzzMachine {
+
+inline std::string& Root() {
+    static std::string root;
+    return root;
+}
+
+inline void RemoveScratch() {
+    std::error_code ec;
+    if (!Root().empty()) std::filesystem::remove_all(Root(), ec);
+}
+
+[[noreturn]] inline void Fail(const char* what, std::string_view detail = {}) {
+    std::fprintf(stderr, "INVARIANT BROKEN: %s %.*s\n", what, static_cast<int>(detail.size()), detail.data());
+    RemoveScratch();  // abort() skips the atexit handler
+    std::abort();
+}
+
+inline void Check(bool ok, const char* what, std::string_view detail = {}) {
+    if (!ok) Fail(what, detail);
+}
+
+inline std::string_view View(const QzString& s) {
+    return {s.c_str(), static_cast<size_t>(s.Length())};
+}
+
+// The host path of a file on drive T: given relative to it with "/".
+inline std::string OnT(const std::string& rel) {
+    return Root() + "/t/" + rel;
+}
+
+inline void WriteT(const std::string& rel, std::string_view text) {
+    std::filesystem::create_directories(std::filesystem::path(OnT(rel)).parent_path());
+    std::ofstream(OnT(rel), std::ios::binary).write(text.data(), static_cast<std::streamsize>(text.size()));
+}
+
+inline std::string ReadT(const std::string& rel) {
+    std::ifstream f(OnT(rel), std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(f), {});
+}
+
+// Builds the machine once, before the first input: C: with the descriptor,
+// T: as the data directory, and pauses that return at once.
+inline void SetUp() {
+    char inMemory[] = "/dev/shm/qzfuzz.XXXXXX";
+    char onDisk[] = "/tmp/qzfuzz.XXXXXX";
+    const char* dir = ::mkdtemp(inMemory);
+    if (!dir) dir = ::mkdtemp(onDisk);
+    if (!dir) {
+        std::perror("mkdtemp");
+        std::abort();
+    }
+    Root() = dir;
+    const std::string install = Root() + "/c/Program Files/Korvatine";
+    std::filesystem::create_directories(install);
+    std::filesystem::create_directories(Root() + "/t");
+    std::ofstream(install + "/qzinstall.xml")
+        << "<qzinstall datadir=\"T:\\\" hguid=\"0123456789abcdef01234567\" />\n";
+    ::setenv("QZ_DRIVES", ("C=" + Root() + "/c;T=" + Root() + "/t").c_str(), 1);
+    QzTime::SetSleepForTesting([](uint32_t) {});
+    std::atexit(RemoveScratch);
+}
+
+}  // namespace FuzzMachine

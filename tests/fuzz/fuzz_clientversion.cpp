@@ -1,0 +1,87 @@
+// Feeds arbitrary bytes to the client version reader as "clientversion.xml".
+// Reading may fail only by the reader's own error; a file of a format before
+// revision 4 never ends the program's life; and the version comparison is a
+// total order on the texts in the file (reflexive, antisymmetric, and the
+// same as comparing four "%d"-style numbers).
+#include <climits>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "FuzzMachine.h"
+#include "QzClientVersionManager.h"
+#include "QzFileXml.h"
+#include "QzVersion.h"
+
+using FuzzMachine::Check;
+
+namespace {
+
+// The version as four numbers: each is what strtol reads (clamped to int),
+// the next read only after a ".", and a part that cannot be read ends it.
+std::vector<long long> Model(const char* s) {
+    std::vector<long long> parts(4, 0);
+    for (int i = 0; i < 4; ++i) {
+        const char* p = s;
+        while (*p == ' ' || (*p >= '\t' && *p <= '\r')) ++p;
+        if (*p == '+' || *p == '-') ++p;
+        if (*p < '0' || *p > '9') break;
+        char* end = nullptr;
+        long long v = std::strtoll(s, &end, 10);
+        if (v > INT_MAX) v = INT_MAX;
+        if (v < -INT_MAX) v = -INT_MAX;
+        parts[i] = v;
+        if (*end != '.') break;
+        s = end + 1;
+    }
+    return parts;
+}
+
+int ModelCompare(const char* a, const char* b) {
+    const std::vector<long long> x = Model(a), y = Model(b);
+    return x < y ? -1 : x > y ? 1 : 0;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    FuzzMachine::SetUp();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size > (1u << 16)) return 0;
+    const std::string_view in(reinterpret_cast<const char*>(data), size);
+    FuzzMachine::WriteT("qzupdates/clientversion.xml", in);
+    try {
+        QzClientVersionManager m;
+        const int revision = m.detect_revision();
+        const bool eol = m.IsEndOfLife();
+        Check(!(eol && revision >= 1 && revision < 4), "an old-format file ended the program's life");
+    } catch (const QzClientVersionError&) {
+        // A current-format file without its end-of-life entry: the caller reports it.
+    }
+
+    // Every attribute value in the file is a version text to compare.
+    std::vector<std::string> versions = {kQzProgramVersion, "", "1.2.3.4"};
+    for (size_t q = in.find('"'); q != std::string_view::npos && versions.size() < 16;) {
+        const size_t end = in.find('"', q + 1);
+        if (end == std::string_view::npos) break;
+        versions.emplace_back(in.substr(q + 1, end - q - 1).data(), end - q - 1);
+        versions.back().resize(std::string_view(versions.back().c_str()).size());
+        q = in.find('"', end + 1);
+    }
+    for (const std::string& a : versions) {
+        Check(QzClientVersionManager::CompareVersions(a.c_str(), a.c_str()) == 0,
+              "a version differs from itself", a);
+        for (const std::string& b : versions) {
+            const int ab = QzClientVersionManager::CompareVersions(a.c_str(), b.c_str());
+            Check(ab == -QzClientVersionManager::CompareVersions(b.c_str(), a.c_str()),
+                  "comparison not antisymmetric", a + " vs " + b);
+            Check(ab == ModelCompare(a.c_str(), b.c_str()), "comparison differs from the model",
+                  a + " vs " + b);
+        }
+    }
+    return 0;
+}
