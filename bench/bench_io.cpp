@@ -16,7 +16,9 @@
 #include "QzFileListing.h"
 
 namespace {
-double Seconds(std::chrono::steady_clock::duration d) { return std::chrono::duration<double>(d).count(); }
+double Seconds(std::chrono::steady_clock::duration d) {
+    return std::chrono::duration<double>(d).count();
+}
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -48,7 +50,8 @@ int main(int argc, char** argv) {
             if (!reader.Open(argv[3])) return 1;
             hits = 0;
             const auto t0 = std::chrono::steady_clock::now();
-            if (!reader.Grep(argv[2], ignoreCase, INT64_MAX, [&](int64_t, const char*, int32_t, bool) { ++hits; }))
+            if (!reader.Grep(argv[2], ignoreCase, INT64_MAX,
+                             [&](int64_t, const char*, int32_t, bool) { ++hits; }))
                 return 1;
             times.push_back(Seconds(std::chrono::steady_clock::now() - t0));
         }

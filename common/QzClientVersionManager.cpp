@@ -14,7 +14,9 @@ QzClientVersionManager::QzClientVersionManager() {
     ReadFile(QzFile::DataPath(QzFile::DataFile::ClientVersion).c_str());
 }
 
-QzClientVersionManager::QzClientVersionManager(const char* path) { ReadFile(path); }
+QzClientVersionManager::QzClientVersionManager(const char* path) {
+    ReadFile(path);
+}
 
 void QzClientVersionManager::ReadFile(const char* path) {
     revisionDetected_ = false;
@@ -97,9 +99,10 @@ int QzClientVersionManager::detect_revision() {
         revision = 0;
     }
     if (revision == 0) {
-        QZ_LOG_LOCATED_AS(-2, "int __cdecl QzClientVersionManager::detect_revision(void)",
-                          "revision from clientversion.xml is invalid: %s, using legacy compatibility mode (rev1)",
-                          numText.c_str());
+        QZ_LOG_LOCATED_AS(
+            -2, "int __cdecl QzClientVersionManager::detect_revision(void)",
+            "revision from clientversion.xml is invalid: %s, using legacy compatibility mode (rev1)",
+            numText.c_str());
         revision = 1;
     }
     revision_ = revision;
@@ -116,7 +119,8 @@ bool QzClientVersionManager::IsEndOfLife() {
     // Compared unsigned: a negative revision counts as a large one.
     if (static_cast<unsigned>(revision) < 4u) {
         QZ_LOG_LOCATED_AS(-2, "bool __cdecl QzClientVersionManager::IsEndOfLife(void)",
-                          "QzClientVersionManager::IsEndOfLife - invalid clientversion revision (rev %d)", revision);
+                          "QzClientVersionManager::IsEndOfLife - invalid clientversion revision (rev %d)",
+                          revision);
         return false;
     }
     QzString element;

@@ -1,8 +1,8 @@
 #include "QzDataPaths.h"
-#include "QzFileLocations.h"
 
 #include <cstddef>
 
+#include "QzFileLocations.h"
 
 namespace QzFile {
 
@@ -53,6 +53,8 @@ const char* DataRelativeName(DataFile which) {
     return i < static_cast<size_t>(DataFile::Count) ? kNames[i] : "";
 }
 
-QzString DataPath(DataFile which) { return QzCat(GetDataDir(), DataRelativeName(which)); }
+QzString DataPath(DataFile which) {
+    return QzCat(GetDataDir(), DataRelativeName(which));
+}
 
 }  // namespace QzFile

@@ -1,15 +1,17 @@
 #include "QzFastFileReader.h"
 
-#include "QzFile.h"
-
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
 
+#include "QzFile.h"
+
 namespace {
 
-unsigned char Low(char c) { return QzStringUtil::ToLower(static_cast<unsigned char>(c)); }
+unsigned char Low(char c) {
+    return QzStringUtil::ToLower(static_cast<unsigned char>(c));
+}
 
 uint64_t Load64(const char* p) {
     uint64_t w;
@@ -225,7 +227,9 @@ int64_t CountNewlines(const char* s, const char* e) {
     return n;
 }
 
-int32_t WithoutCr(const char* line, int32_t len) { return len > 0 && line[len - 1] == '\r' ? len - 1 : len; }
+int32_t WithoutCr(const char* line, int32_t len) {
+    return len > 0 && line[len - 1] == '\r' ? len - 1 : len;
+}
 
 const char* LastNewline(const char* s, const char* e) {
     while (e > s)
@@ -254,10 +258,13 @@ bool QzFastFileReader::Open(const char* path) {
         error_ = QzCat("error_could_not_malloc_rawbuf_of_", cap_, "_bytes");
         return false;
     }
-    const uint32_t err = path ? QzOs::OpenFile(path, QzOs::OpenMode::ReadShared, &handle_) : QzOs::ErrInvalidParameter;
+    const uint32_t err =
+        path ? QzOs::OpenFile(path, QzOs::OpenMode::ReadShared, &handle_) : QzOs::ErrInvalidParameter;
     if (err == QzOs::ErrSuccess) return true;
-    if (err == QzOs::ErrFileNotFound || err == QzOs::ErrPathNotFound) error_.Set("file_does_not_exist");
-    else error_ = QzFile::OpenFailureText(err);
+    if (err == QzOs::ErrFileNotFound || err == QzOs::ErrPathNotFound)
+        error_.Set("file_does_not_exist");
+    else
+        error_ = QzFile::OpenFailureText(err);
     return false;
 }
 
@@ -348,7 +355,7 @@ bool QzFastFileReader::Grep(const char* pattern, bool ignoreCase, int64_t maxHit
     }
     int64_t hits = 0;
     if (std::memchr(pattern, '\n', static_cast<size_t>(plen))) return true;  // no line can hold it
-    if (plen == 0) {  // every line matches
+    if (plen == 0) {                                                         // every line matches
         const char* line;
         int32_t len;
         bool truncated;
@@ -380,7 +387,8 @@ bool QzFastFileReader::Grep(const char* pattern, bool ignoreCase, int64_t maxHit
                 ++lineNumber_;
                 if (longMatched) {
                     onHit(lineNumber_, longLine_.c_str(),
-                          longCut ? longLine_.Length() : WithoutCr(longLine_.c_str(), longLine_.Length()), longCut);
+                          longCut ? longLine_.Length() : WithoutCr(longLine_.c_str(), longLine_.Length()),
+                          longCut);
                     if (++hits >= maxHits) return true;
                 }
                 inLong = longMatched = longCut = false;

@@ -15,12 +15,14 @@ bool PathExists(const char* path) {
 
 bool FileExists(const char* path) {
     QzOs::FileAttrData d;
-    return path && QzOs::GetFileAttributesEx(path, &d) == QzOs::ErrSuccess && !(d.attributes & QzOs::AttrDirectory);
+    return path && QzOs::GetFileAttributesEx(path, &d) == QzOs::ErrSuccess &&
+           !(d.attributes & QzOs::AttrDirectory);
 }
 
 bool DirExists(const char* path) {
     QzOs::FileAttrData d;
-    return path && QzOs::GetFileAttributesEx(path, &d) == QzOs::ErrSuccess && (d.attributes & QzOs::AttrDirectory);
+    return path && QzOs::GetFileAttributesEx(path, &d) == QzOs::ErrSuccess &&
+           (d.attributes & QzOs::AttrDirectory);
 }
 
 int64_t GetFileSizeInBytes(const char* path) {
@@ -60,7 +62,8 @@ bool CreateDirectoryRecursive(const char* path) {
 
 QzString OpenFailureText(uint32_t err) {
     if (err == QzOs::ErrSharingViolation) return QzString("Another_Process_Has_File_Open_");
-    return QzCat("error_win32_CreateF_failed_", err, err == QzOs::ErrAccessDenied ? "_ERROR_ACCESS_DENIED" : "");
+    return QzCat("error_win32_CreateF_failed_", err,
+                 err == QzOs::ErrAccessDenied ? "_ERROR_ACCESS_DENIED" : "");
 }
 
 QzString ReadFailureText(uint32_t err) {
@@ -68,7 +71,8 @@ QzString ReadFailureText(uint32_t err) {
                  err == QzOs::ErrAccessDenied ? "_ERROR_ACCESS_DENIED" : "");
 }
 
-bool ReadEntireFileIntoNewBuf(const char* fileName, char** bufRet, int64_t* numBytesReturned, QzString* errStrRet) {
+bool ReadEntireFileIntoNewBuf(const char* fileName, char** bufRet, int64_t* numBytesReturned,
+                              QzString* errStrRet) {
     QzString ignored;
     QzString& err = errStrRet ? *errStrRet : ignored;
     err.Clear();
@@ -138,7 +142,8 @@ bool ReadEntireFile(const char* fileName, QzString* contentRet, QzString* errStr
     if (!ReadEntireFileIntoNewBuf(fileName, &buf, &n, errStrRet)) return false;
     const bool ok = contentRet->Set(buf, static_cast<int32_t>(n));
     std::free(buf);
-    if (!ok && errStrRet) *errStrRet = QzCat("error_could_not_malloc_rawbuf_of_", static_cast<long long>(n), "_bytes");
+    if (!ok && errStrRet)
+        *errStrRet = QzCat("error_could_not_malloc_rawbuf_of_", static_cast<long long>(n), "_bytes");
     return ok;
 }
 

@@ -41,7 +41,8 @@ QzString ReadFailureText(uint32_t err);
 // (free it with std::free). On failure *errStrRet says why with one of the
 // texts "file_does_not_exist", "error_file_is_larger_than_one_gigabyte", or
 // the texts above.
-bool ReadEntireFileIntoNewBuf(const char* fileName, char** bufRet, int64_t* numBytesReturned, QzString* errStrRet);
+bool ReadEntireFileIntoNewBuf(const char* fileName, char** bufRet, int64_t* numBytesReturned,
+                              QzString* errStrRet);
 // The same into a QzString.
 bool ReadEntireFile(const char* fileName, QzString* contentRet, QzString* errStrRet);
 // Splits a text into lines at "\n", dropping one "\r" before it; a final line

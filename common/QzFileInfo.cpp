@@ -11,7 +11,9 @@ const char* QzFileInfo::Name() const {
     return name;
 }
 
-QzFileInfoList::QzFileInfoList() { Grow(0); }
+QzFileInfoList::QzFileInfoList() {
+    Grow(0);
+}
 
 QzFileInfoList::~QzFileInfoList() {
     for (int32_t i = 0; i < capacity_; ++i) delete items_[i];
@@ -32,7 +34,8 @@ bool QzFileInfoList::Grow(int64_t index) {
         count_ = 0;
         return false;
     }
-    auto** items = static_cast<QzFileInfo**>(std::realloc(items_, static_cast<size_t>(want) * sizeof(QzFileInfo*)));
+    auto** items =
+        static_cast<QzFileInfo**>(std::realloc(items_, static_cast<size_t>(want) * sizeof(QzFileInfo*)));
     if (!items) {
         count_ = 0;
         return false;

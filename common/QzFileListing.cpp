@@ -14,7 +14,9 @@
 namespace QzFile {
 
 namespace {
-bool IsShortDriveRoot(const QzString& p) { return p.Length() < 4 && p.EndsWith(":\\"); }
+bool IsShortDriveRoot(const QzString& p) {
+    return p.Length() < 4 && p.EndsWith(":\\");
+}
 }  // namespace
 
 void BuildDirSearchPattern(const QzString& dirPath, QzString* trimmedRet, QzString* patternRet) {
@@ -63,13 +65,15 @@ bool GetListOfFileInfosInDir(const QzString* dirPath, QzFileInfoList* list) {
             QzLog::WriteLine(QzCat("ERROR: GetListOfFileInfosInDir (processId=", pid(),
                                    ") QzUtf16String::ConvertUtf8QzStringToUtf16_A failed, dirPat=", pattern));
         } else if (firstErr == QzOs::ErrPathNotFound) {
-            QzLog::WriteLine(QzCat("ERROR: GetListOfFileInfosInDir (processId=", pid(), ") FindFirstFile_C failed, dirPat=",
-                                   pattern, ", GetLastError=", firstErr,
-                                   ", and_a_lastError_of_3_means ERROR_PATH_NOT_FOUND, check if dirPat starts with a "
-                                   "letter-colon in this log line."));
+            QzLog::WriteLine(
+                QzCat("ERROR: GetListOfFileInfosInDir (processId=", pid(),
+                      ") FindFirstFile_C failed, dirPat=", pattern, ", GetLastError=", firstErr,
+                      ", and_a_lastError_of_3_means ERROR_PATH_NOT_FOUND, check if dirPat starts with a "
+                      "letter-colon in this log line."));
         } else {
             QzLog::WriteLine(QzCat("WARNING: GetListOfFileInfosInDir (processId=", pid(),
-                                   ") FindFirstFile_C failed, dirPat=", pattern, ", GetLastError=", firstErr));
+                                   ") FindFirstFile_C failed, dirPat=", pattern,
+                                   ", GetLastError=", firstErr));
         }
         return false;
     }
@@ -79,7 +83,8 @@ bool GetListOfFileInfosInDir(const QzString* dirPath, QzFileInfoList* list) {
     do {
         if (!data.nameOk) {
             QzLog::WriteLine(QzCat("ERROR: GetListOfFileInfosInDir (processId=", pid(),
-                                   ") QzUtf16String::ConvertQzUtf16StringToUtf8_B failed, ", "dirSearch=", pattern));
+                                   ") QzUtf16String::ConvertQzUtf16StringToUtf8_B failed, ",
+                                   "dirSearch=", pattern));
             continue;
         }
         if (std::strcmp(data.name, ".") == 0 || std::strcmp(data.name, "..") == 0) continue;
@@ -108,8 +113,9 @@ bool GetListOfFileInfosInDir(const QzString* dirPath, QzFileInfoList* list) {
     } while ((err = QzOs::FindNextFile(h, &data)) == QzOs::ErrSuccess);
     QzOs::FindClose(h);
     if (err == QzOs::ErrNoMoreFiles) return true;
-    QzLog::WriteLine(QzCat("ERROR: GetListOfFileInfosInDir (processId=", pid(), ") - FindNextFile err, dirPat=", pattern,
-                           ", GetLastError=", err, ", Error_3_means=ERROR_PATH_NOT_FOUND",
+    QzLog::WriteLine(QzCat("ERROR: GetListOfFileInfosInDir (processId=", pid(),
+                           ") - FindNextFile err, dirPat=", pattern, ", GetLastError=", err,
+                           ", Error_3_means=ERROR_PATH_NOT_FOUND",
                            ", Error_8_means=ERROR_NOT_ENOUGH_MEMORY"));
     return false;
 }
@@ -152,7 +158,9 @@ void FileErrorToString(int code, QzString* nameRet) {
 namespace {
 // Drive roots the probe never calls unplugged: the system drive, and the old
 // floppy letter, whose probing can stall on an empty drive or prompt for a disk.
-bool IsAlwaysPresentRoot(const QzString& root) { return root.EqualsIgnoreCase("C:\\") || root.EqualsIgnoreCase("A:\\"); }
+bool IsAlwaysPresentRoot(const QzString& root) {
+    return root.EqualsIgnoreCase("C:\\") || root.EqualsIgnoreCase("A:\\");
+}
 
 int Result(int code, QzString* errNameRet) {
     if (errNameRet) FileErrorToString(code, errNameRet);
@@ -170,8 +178,9 @@ int DiagnoseFileReadProblem(const char* path, QzString* errNameRet) {
         err = QzOs::ReadFile(h, &byte, 1, &got);
         QzOs::CloseFile(h);
         if (err == QzOs::ErrSuccess) return Result(QZ_FILE_NO_ERROR, errNameRet);
-        return Result(err == QzOs::ErrAccessDenied ? QZ_FILE_PERMANENT_BAD_PERMISSIONS : QZ_FILE_TEMPORARY_OTHER,
-                      errNameRet);
+        return Result(
+            err == QzOs::ErrAccessDenied ? QZ_FILE_PERMANENT_BAD_PERMISSIONS : QZ_FILE_TEMPORARY_OTHER,
+            errNameRet);
     }
     if (err == QzOs::ErrSharingViolation) return Result(QZ_FILE_TEMPORARY_FILE_BUSY, errNameRet);
     if (err == QzOs::ErrAccessDenied) return Result(QZ_FILE_PERMANENT_BAD_PERMISSIONS, errNameRet);
@@ -182,7 +191,8 @@ int DiagnoseFileReadProblem(const char* path, QzString* errNameRet) {
     const char l = static_cast<char>(p[0] & ~0x20);
     if (p.Length() >= 3 && l >= 'A' && l <= 'Z' && p[1] == ':' && p[2] == '\\') {
         const QzString root(path, 3);
-        if (!IsAlwaysPresentRoot(root) && !DirExists(root.c_str())) return Result(QZ_FILE_TEMPORARY_DRIVE_UNPLUGGED, errNameRet);
+        if (!IsAlwaysPresentRoot(root) && !DirExists(root.c_str()))
+            return Result(QZ_FILE_TEMPORARY_DRIVE_UNPLUGGED, errNameRet);
     }
     return Result(QZ_FILE_PERMANENT_DOES_NOT_EXIST, errNameRet);
 }

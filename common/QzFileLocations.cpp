@@ -14,7 +14,8 @@ namespace QzFile {
 namespace {
 
 struct Locations {
-    bool haveWindows = false, haveProgramFiles = false, haveInstall = false, haveData = false, haveHguid = false;
+    bool haveWindows = false, haveProgramFiles = false, haveInstall = false, haveData = false,
+         haveHguid = false;
     QzString windowsDir, programFilesDir, installDir, dataDir, hguid;
 };
 
@@ -60,9 +61,10 @@ QzString ComputeHostGuid() {
     const QzString descriptor = GetInstallDescriptorPath();
     QzString hguid;
     if (!GetUniqueStrAttrFromXmlFile(descriptor.c_str(), "hguid", &hguid) || hguid.Length() != 24) {
-        QzLog::WriteLine(QzCat("ERROR: QzFile_Internal_Only_GetMyHostGuid - failed to get correct hguid from "
-                               "qzinstall.xml, ",
-                               "falling back to ", kUnknownHostGuid));
+        QzLog::WriteLine(
+            QzCat("ERROR: QzFile_Internal_Only_GetMyHostGuid - failed to get correct hguid from "
+                  "qzinstall.xml, ",
+                  "falling back to ", kUnknownHostGuid));
         hguid.Set(kUnknownHostGuid);
     }
     return hguid;
@@ -81,12 +83,15 @@ const QzString& Cached(bool Locations::*have, QzString Locations::*value, QzStri
 
 }  // namespace
 
-QzString GetInstallDescriptorPath() { return QzCat(GetInstallDir(), "qzinstall.xml"); }
+QzString GetInstallDescriptorPath() {
+    return QzCat(GetInstallDir(), "qzinstall.xml");
+}
 
 const QzString& GetWindowsDir() {
     return Cached(&Locations::haveWindows, &Locations::windowsDir, [] {
         QzString dir;
-        if (QzOs::GetWindowsDirectory(&dir) != QzOs::ErrSuccess || dir.Length() < 2) return QzString("C:\\Windows\\");
+        if (QzOs::GetWindowsDirectory(&dir) != QzOs::ErrSuccess || dir.Length() < 2)
+            return QzString("C:\\Windows\\");
         StripOneTrailingSeparator(dir);
         dir.AppendChar('\\');
         return dir;
@@ -102,9 +107,15 @@ const QzString& GetProgramFilesDir() {
     });
 }
 
-const QzString& GetInstallDir() { return Cached(&Locations::haveInstall, &Locations::installDir, ComputeInstallDir); }
-const QzString& GetDataDir() { return Cached(&Locations::haveData, &Locations::dataDir, ComputeDataDir); }
-const QzString& GetMyHostGuid() { return Cached(&Locations::haveHguid, &Locations::hguid, ComputeHostGuid); }
+const QzString& GetInstallDir() {
+    return Cached(&Locations::haveInstall, &Locations::installDir, ComputeInstallDir);
+}
+const QzString& GetDataDir() {
+    return Cached(&Locations::haveData, &Locations::dataDir, ComputeDataDir);
+}
+const QzString& GetMyHostGuid() {
+    return Cached(&Locations::haveHguid, &Locations::hguid, ComputeHostGuid);
+}
 
 void ResetLocationCachesForTesting() {
     Locations& c = Cache();

@@ -204,8 +204,9 @@ bool GetSimulatedRootVolumeContents_qzvol_id_xml(QzString* textRet) {
     ReadPolicy policy;
     policy.pauseMillis = 200;
     policy.onFailedAttempt = [&](int iteration, const QzString& err) {
-        QzLog::WriteLine(QzCat("WARNING: ", fn, " qzinfo.xml file exists but having trouble reading it iteration=",
-                               iteration, ", errStr=", err));
+        QzLog::WriteLine(QzCat("WARNING: ", fn,
+                               " qzinfo.xml file exists but having trouble reading it iteration=", iteration,
+                               ", errStr=", err));
     };
     QzString content;
     const ReadStatus status = QzInfoManager::ReadQzInfoXmlText(qzinfo, &content, policy);
@@ -272,7 +273,8 @@ bool CloneQzVolFolderOfSystemVolumeIntoDataDir_IfNeeded() {
     int64_t idTime = 0, readmeTime = 0;
     const ReadStatus status = ReadFilePatiently(srcId.c_str(), &idText, {}, &err);
     if (status == ReadStatus::Held) {
-        QzLog::WriteLine(QzCat("ERROR: ", fn, " could not read src=", srcId, ", errStr=", err, ", dst=", dstId));
+        QzLog::WriteLine(
+            QzCat("ERROR: ", fn, " could not read src=", srcId, ", errStr=", err, ", dst=", dstId));
         return false;
     }
     if (status == ReadStatus::Ok) {

@@ -54,8 +54,9 @@ void RepairQzInfo(const QzString& qzinfo, const QzString& systemMount, const QzS
             Log("ERROR: ",
                 QzCat("could not insert the SystemVolume, no </hard_drives_to_backup> in fileName=", qzinfo));
         } else {
-            Log("INFO: ", QzCat("inserting SystemVolume selected for backup with this xml=<qzvolume qzVolumeGuid=\"",
-                                vguid, "\"  mountPointPath=\"", systemMount, "\" />"));
+            Log("INFO: ",
+                QzCat("inserting SystemVolume selected for backup with this xml=<qzvolume qzVolumeGuid=\"",
+                      vguid, "\"  mountPointPath=\"", systemMount, "\" />"));
             ++fixes;
         }
     }
@@ -104,7 +105,8 @@ bool QzMyInternalAttemptRepairBad_assocHguid_in_qzvol_system_volume_folder(const
     const bool shaped =
         fileName.Length() > tail && fileName.EndsWithIgnoreCase("qzvol_id.xml") &&
         (fileName[fileName.Length() - 13] == '\\' || fileName[fileName.Length() - 13] == '/') &&
-        QzString(fileName.c_str() + fileName.Length() - tail, 19).EqualsIgnoreCase(DataRelativeName(DataFile::SystemVolumeMarkerFolder));
+        QzString(fileName.c_str() + fileName.Length() - tail, 19)
+            .EqualsIgnoreCase(DataRelativeName(DataFile::SystemVolumeMarkerFolder));
     if (shaped) trimmed.Truncate(fileName.Length() - tail);
     QzString dataDir(trimmed);
     if (dataDir.Last() == '\\' || dataDir.Last() == '/') dataDir.Truncate(dataDir.Length() - 1);
@@ -125,9 +127,10 @@ bool QzMyInternalAttemptRepairBad_assocHguid_in_qzvol_system_volume_folder(const
              QzInfoManager::GetVolumeRefs(settings, QzInfoManager::kSelectedVolume)) {
             if (ref.hasMount && QzInfoManager::SameMountPoint(ref.mountPoint, systemMount) &&
                 ref.vguid.Length() == 28) {
-                Log("INFO: ", QzCat("very good situation, this xmlSnippet had the SystemVolume mountPointPath and "
-                                    "correct length qzVolumeGuid, xmlSnippet=",
-                                    ref.element));
+                Log("INFO: ",
+                    QzCat("very good situation, this xmlSnippet had the SystemVolume mountPointPath and "
+                          "correct length qzVolumeGuid, xmlSnippet=",
+                          ref.element));
                 vguid = ref.vguid;
                 break;
             }

@@ -8,10 +8,14 @@ namespace QzFile {
 
 const char* ReadStatusName(ReadStatus status) {
     switch (status) {
-        case ReadStatus::Ok: return "ok";
-        case ReadStatus::Missing: return "missing";
-        case ReadStatus::Held: return "held";
-        case ReadStatus::Malformed: return "malformed";
+        case ReadStatus::Ok:
+            return "ok";
+        case ReadStatus::Missing:
+            return "missing";
+        case ReadStatus::Held:
+            return "held";
+        case ReadStatus::Malformed:
+            return "malformed";
     }
     return "unknown";
 }
@@ -27,7 +31,8 @@ bool IsAbsent(const char* path) {
 }
 }  // namespace
 
-ReadStatus ReadFilePatiently(const char* path, QzString* contentRet, const ReadPolicy& policy, QzString* errStrRet) {
+ReadStatus ReadFilePatiently(const char* path, QzString* contentRet, const ReadPolicy& policy,
+                             QzString* errStrRet) {
     QzString err;
     const int attempts = policy.attempts > 0 ? policy.attempts : 1;
     for (int attempt = 0; attempt < attempts; ++attempt) {

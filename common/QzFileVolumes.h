@@ -19,7 +19,7 @@ bool QueryAllAttachedVolumesForVolumeInfo(std::vector<QzVolumeInfo>* volumesRet)
 // "qzvol_system_volume" for the system volume) with "qzvol_id.xml" and
 // "README.txt". On failure errTokenRet names the cause ("ERR_NullVguid", ...).
 bool WriteVolumeGuidIntoDotQzVolDirOnVolume(const QzString& mountPoint, const QzString& vguid,
-                                             const QzString& associatedHguid, QzString* errTokenRet);
+                                            const QzString& associatedHguid, QzString* errTokenRet);
 // The "qzvol_id.xml" text the system volume would have, from the settings.
 bool GetSimulatedRootVolumeContents_qzvol_id_xml(QzString* textRet);
 bool CloneQzVolFolderOfSystemVolumeIntoDataDir_IfNeeded();
@@ -36,8 +36,8 @@ QzString GetQzVolIdFileOfVolume(const QzString& mountPoint);
 // volume's identifier in "qzinfo.xml" on the way. Null or empty arguments
 // log and fail; so does a host identifier of 24 nines.
 bool QzMyInternalAttemptRepairBad_assocHguid_in_qzvol_system_volume_folder(const QzString* myHguid,
-                                                                          const QzString* staleAssocHguid,
-                                                                          const QzString* markerFileName,
-                                                                          const QzString* markerContents);
+                                                                           const QzString* staleAssocHguid,
+                                                                           const QzString* markerFileName,
+                                                                           const QzString* markerContents);
 
 }  // namespace QzFile

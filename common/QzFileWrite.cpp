@@ -20,12 +20,15 @@ int64_t g_stepsDone = 0;
 // Counts one durable step; true when it is the one at which the process ends.
 bool IsCrashStep(const char* kind, const char* path) {
     if (g_crashStep <= 0 || ++g_stepsDone != g_crashStep) return false;
-    std::fprintf(stderr, "crash point %lld: %s %s\n", static_cast<long long>(g_stepsDone), kind, path ? path : "");
+    std::fprintf(stderr, "crash point %lld: %s %s\n", static_cast<long long>(g_stepsDone), kind,
+                 path ? path : "");
     std::fflush(stderr);
     return true;
 }
 
-[[noreturn]] void EndAbruptly() { std::_Exit(kCrashExitCode); }
+[[noreturn]] void EndAbruptly() {
+    std::_Exit(kCrashExitCode);
+}
 
 // Writes everything in pieces the OS layer takes in one call. At the crash
 // step only the first half is written before the process ends.
@@ -62,7 +65,8 @@ bool AppendToFile(const char* path, const char* data, int64_t len) {
 
 bool WriteEntireFile(const char* fileName, const char* data, int64_t len) {
     QzOs::Handle h;
-    if (!fileName || QzOs::OpenFile(fileName, QzOs::OpenMode::CreateAlways, &h) != QzOs::ErrSuccess) return false;
+    if (!fileName || QzOs::OpenFile(fileName, QzOs::OpenMode::CreateAlways, &h) != QzOs::ErrSuccess)
+        return false;
     bool ok = WriteAll(h, data, len, "write", fileName) && FlushDurably(h, fileName);
     QzOs::CloseFile(h);
     return ok;
@@ -123,7 +127,8 @@ bool WriteFileAtomically(const char* path, const char* data, int64_t len, const 
         return true;
     }
     if (name)
-        QzLog::WriteLine(QzCat("ERROR: ", name, " failed after ", policy.moveAttempts, " retries: ", tmp, " ", path));
+        QzLog::WriteLine(
+            QzCat("ERROR: ", name, " failed after ", policy.moveAttempts, " retries: ", tmp, " ", path));
     DeleteFileIfExists(tmp.c_str());
     return false;
 }
@@ -134,7 +139,9 @@ void FutureFile::SetFinalPath(const QzString& finalPath) {
     future_ = QzCat(finalPath, ".future");
 }
 
-bool FutureFile::FutureExists() const { return FileExists(future_.c_str()); }
+bool FutureFile::FutureExists() const {
+    return FileExists(future_.c_str());
+}
 
 bool FutureFile::OpenForAppend() {
     if (handle_ != QzOs::kInvalidHandle) return true;
@@ -178,7 +185,9 @@ bool FutureFile::Append(const char* data, int64_t len) {
     return ok;
 }
 
-bool FutureFile::Flush() { return handle_ == QzOs::kInvalidHandle || FlushDurably(handle_, future_.c_str()); }
+bool FutureFile::Flush() {
+    return handle_ == QzOs::kInvalidHandle || FlushDurably(handle_, future_.c_str());
+}
 
 void FutureFile::Close() {
     if (handle_ == QzOs::kInvalidHandle) return;

@@ -13,8 +13,8 @@ namespace QzFile {
 
 namespace {
 bool IsNameChar(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '-' ||
-           c == ':' || c == '.';
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
+           c == '-' || c == ':' || c == '.';
 }
 
 // A malformed element loses itself only; the log names it by its start tag.
@@ -87,7 +87,8 @@ bool GetAllXmlSnippetsWithTagNameInXmlText(const char* text, int32_t len, const 
     return !snippetsRet->empty();
 }
 
-bool GetAllXmlSnippetsWithTagNameInXmlFile(const char* fileName, const char* tag, std::vector<QzString>* snippetsRet) {
+bool GetAllXmlSnippetsWithTagNameInXmlFile(const char* fileName, const char* tag,
+                                           std::vector<QzString>* snippetsRet) {
     if (snippetsRet) snippetsRet->clear();
     QzString content;
     QzString err;
@@ -130,7 +131,8 @@ bool GetUniqueStrAttrFromXmlSnippet(const char* snippet, const char* name, QzStr
     return valueRet->Set(v, static_cast<int32_t>(q - v));
 }
 
-bool SetUniqueStrAttrInXmlText(QzString* text, int32_t from, int32_t to, const char* name, const QzString& value) {
+bool SetUniqueStrAttrInXmlText(QzString* text, int32_t from, int32_t to, const char* name,
+                               const QzString& value) {
     if (!text || from < 0 || from > text->Length()) return false;
     if (to < 0 || to > text->Length()) to = text->Length();
     if (to < from) return false;

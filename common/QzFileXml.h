@@ -23,7 +23,8 @@ struct XmlElementAt {
     QzString text;
 };
 std::vector<XmlElementAt> GetXmlElementsWithOffsets(const QzString& text, const char* tag);
-bool GetAllXmlSnippetsWithTagNameInXmlFile(const char* fileName, const char* tag, std::vector<QzString>* snippetsRet);
+bool GetAllXmlSnippetsWithTagNameInXmlFile(const char* fileName, const char* tag,
+                                           std::vector<QzString>* snippetsRet);
 
 // The value between the double quotes after the first `name="` in the snippet
 // (the name must not be the tail of a longer attribute name). No entity decoding.
@@ -37,7 +38,8 @@ bool GetUniqueStrAttrFromXmlFile(const char* fileName, const char* name, QzStrin
 // Replaces the value of the attribute that GetUniqueStrAttrFromXmlSnippet
 // would read, within text[from, to) (to < 0: to the end), by `value` escaped
 // for XML. False, and the text unchanged, when the attribute is not there.
-bool SetUniqueStrAttrInXmlText(QzString* text, int32_t from, int32_t to, const char* name, const QzString& value);
+bool SetUniqueStrAttrInXmlText(QzString* text, int32_t from, int32_t to, const char* name,
+                               const QzString& value);
 inline bool SetUniqueStrAttrInXmlSnippet(QzString* snippet, const char* name, const QzString& value) {
     return SetUniqueStrAttrInXmlText(snippet, 0, -1, name, value);
 }

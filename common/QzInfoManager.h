@@ -50,7 +50,7 @@ struct QzSettings {
         QzString mountPointPath;
     };
     std::vector<SelectedVolume> selectedVolumes;  // the "qzvolume" entries, duplicates removed
-    QzFilesToWatch filesToWatch;  // read along with the settings
+    QzFilesToWatch filesToWatch;                  // read along with the settings
 };
 
 namespace QzInfoManager {

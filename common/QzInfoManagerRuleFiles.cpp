@@ -296,8 +296,9 @@ bool MergeEditableRuleBlocks(const QzString& dataDir) {
     QzFile::ReplaceResult r;
     if (!QzFile::WriteFileAtomically(path, text, policy, &r)) {
         if (!r.written)
-            Log(QzCat("ERROR - MakeSureAllEditableExcludeRuleBlocksAreMerged, failed to write tmp fileNameTmp=",
-                      path, ".tmp"));
+            Log(QzCat(
+                "ERROR - MakeSureAllEditableExcludeRuleBlocksAreMerged, failed to write tmp fileNameTmp=",
+                path, ".tmp"));
         else
             Log(QzCat("ERROR - MakeSureAllEditableExcludeRuleBlocksAreMerged, attempt=", r.moveAttempts,
                       " failed after many attempts to swap in newly updated fileName=", path));

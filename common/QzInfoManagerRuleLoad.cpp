@@ -38,7 +38,8 @@ QzFile::ReadStatus ReadQzInfoWithRetries(const QzString& path, QzString* textRet
     policy.pauseMillis = kQzInfoRetryPauseMillis;
     policy.onFailedAttempt = [&](int failures, const QzString& err) {
         if (failures <= kQzInfoReadRetries)
-            Log(QzCat("WARNING: QzInfoManager::ParseQzInfo_MakeIntoExcludeFileNameRulesXml could not read "
+            Log(
+                QzCat("WARNING: QzInfoManager::ParseQzInfo_MakeIntoExcludeFileNameRulesXml could not read "
                       "qzinfo.xml so pausing and trying again found at: ",
                       path, ", err=", err));
     };
@@ -302,10 +303,12 @@ bool DirExclusions::IsExcluded(const QzString& dirPath, QzString* whyRet) const 
     const QzString withoutDrive(dirPath.c_str() + 1, dirPath.Length() - 1);
     for (size_t i = 0; i < rulePrefixes_.size(); ++i) {
         const QzString& prefix = rulePrefixes_[i];
-        if (prefix.Length() != withoutDrive.Length() || !prefix.EqualsIgnoreCase(withoutDrive.c_str())) continue;
+        if (prefix.Length() != withoutDrive.Length() || !prefix.EqualsIgnoreCase(withoutDrive.c_str()))
+            continue;
         if (whyRet)
-            *whyRet = QzCat(i < numMandatoryPrefixes_ ? "qzexcluderules_mandatory.xml" : "qzexcluderules_editable.xml",
-                            " rule with skipFirstCharThenStartsWith=\"", prefix, "\"");
+            *whyRet = QzCat(
+                i < numMandatoryPrefixes_ ? "qzexcluderules_mandatory.xml" : "qzexcluderules_editable.xml",
+                " rule with skipFirstCharThenStartsWith=\"", prefix, "\"");
         return true;
     }
     return false;

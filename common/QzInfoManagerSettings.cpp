@@ -7,13 +7,13 @@
 
 #include "QzFile.h"
 #include "QzFileLocations.h"
+#include "QzFileRead.h"
 #include "QzFileVolumes.h"
 #include "QzFileXml.h"
 #include "QzInfoManager.h"
 #include "QzInfoXml.h"
 #include "QzLog.h"
 #include "QzOs.h"
-#include "QzFileRead.h"
 
 namespace QzInfoManager {
 

@@ -1,18 +1,21 @@
 #include "QzInfoXml.h"
 
 #include "QzDataPaths.h"
+#include "QzFileRead.h"
 #include "QzFileWrite.h"
 #include "QzFileXml.h"
-#include "QzFileRead.h"
 
 namespace QzInfoManager {
 
 const QzInfoVolumeKind kSelectedVolume = {"qzvolume", "qzVolumeGuid", "mountPointPath"};
 const QzInfoVolumeKind kScratchDrive = {"scratch_drive", "scratch_vol_guid", "scratch_mountpoint"};
 
-QzString QzInfoXmlPath() { return QzFile::DataPath(QzFile::DataFile::Settings); }
+QzString QzInfoXmlPath() {
+    return QzFile::DataPath(QzFile::DataFile::Settings);
+}
 
-QzFile::ReadStatus ReadQzInfoXmlText(const QzString& path, QzString* textRet, const QzFile::ReadPolicy& policy) {
+QzFile::ReadStatus ReadQzInfoXmlText(const QzString& path, QzString* textRet,
+                                     const QzFile::ReadPolicy& policy) {
     return QzFile::ReadFilePatiently(path.c_str(), textRet, policy);
 }
 
@@ -53,7 +56,9 @@ int EditVolumeRefs(QzString* text, const QzInfoVolumeKind& kind, const QzInfoVol
             any = QzFile::SetUniqueStrAttrInXmlText(text, from, from + length, kind.guidAttr, vguid) || any;
         const int32_t grown = text->Length() - before;
         if (!mount.Equals(ref.mountPoint))
-            any = QzFile::SetUniqueStrAttrInXmlText(text, from, from + length + grown, kind.mountAttr, mount) || any;
+            any =
+                QzFile::SetUniqueStrAttrInXmlText(text, from, from + length + grown, kind.mountAttr, mount) ||
+                any;
         shift += text->Length() - before;
         changed += any ? 1 : 0;
     }

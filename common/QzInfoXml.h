@@ -47,7 +47,8 @@ std::vector<QzInfoVolumeRef> GetVolumeRefs(const QzString& text, const QzInfoVol
 // Calls `edit` for each element of the kind, in file order, with its values
 // as the new values to fill; where edit returns true, each value that differs
 // is written into the element. Returns how many elements were changed.
-using QzInfoVolumeEdit = std::function<bool(const QzInfoVolumeRef& ref, QzString* vguid, QzString* mountPoint)>;
+using QzInfoVolumeEdit =
+    std::function<bool(const QzInfoVolumeRef& ref, QzString* vguid, QzString* mountPoint)>;
 int EditVolumeRefs(QzString* text, const QzInfoVolumeKind& kind, const QzInfoVolumeEdit& edit);
 
 // Selects a volume for backup: inserts its "qzvolume" line before

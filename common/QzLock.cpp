@@ -221,6 +221,8 @@ void RefreshGlobalThreeHourLock_ExitIfFail(const QzString& startDirIn) {
     RefreshGlobalLock(QzCat(", startDirIn=", startDirIn));
 }
 
-void RefreshGlobalThreeHourLock_ExitIfFail() { RefreshGlobalLock(QzString()); }
+void RefreshGlobalThreeHourLock_ExitIfFail() {
+    RefreshGlobalLock(QzString());
+}
 
 }  // namespace QzLock

@@ -19,8 +19,8 @@ constexpr int64_t kCleanupIntervalMillis = 600000;
 struct LogState {
     std::mutex mu;
     bool open = false;
-    QzString base;       // folder holding the day files, no trailing separator
-    QzString lastPart;   // the base's last component, the day files' stem
+    QzString base;      // folder holding the day files, no trailing separator
+    QzString lastPart;  // the base's last component, the day files' stem
     int64_t lastCleanup = 0;
 };
 
@@ -42,7 +42,8 @@ void Lock(std::mutex& mu) {
 // through the OS layer itself.
 bool IsDirectory(const char* path) {
     QzOs::FileAttrData a;
-    return QzOs::GetFileAttributesEx(path, &a) == QzOs::ErrSuccess && (a.attributes & QzOs::AttrDirectory) != 0;
+    return QzOs::GetFileAttributesEx(path, &a) == QzOs::ErrSuccess &&
+           (a.attributes & QzOs::AttrDirectory) != 0;
 }
 
 void CreateFolderAndParents(const QzString& path) {
@@ -93,7 +94,8 @@ void Open(const char* basePath, const char* dataDir) {
     s.lastCleanup = 0;
     if (basePath && *basePath) {
         QzString base(basePath);
-        if (base.Length() > 1 && (base.Last() == '\\' || base.Last() == '/')) base.Truncate(base.Length() - 1);
+        if (base.Length() > 1 && (base.Last() == '\\' || base.Last() == '/'))
+            base.Truncate(base.Length() - 1);
         bool allowed = true;
         if (dataDir && *dataDir && base.StartsWithIgnoreCase(dataDir)) allowed = IsDirectory(dataDir);
         if (allowed) {
@@ -167,9 +169,12 @@ void WriteLine(const char* message) {
     s.mu.unlock();
 }
 
-void WriteLine(const QzString& message) { WriteLine(message.c_str()); }
+void WriteLine(const QzString& message) {
+    WriteLine(message.c_str());
+}
 
-void WriteLocated(int level, const char* sourceFile, int line, const char* functionSignature, const char* format, ...) {
+void WriteLocated(int level, const char* sourceFile, int line, const char* functionSignature,
+                  const char* format, ...) {
     va_list ap;
     va_start(ap, format);
     va_list copy;

@@ -24,8 +24,8 @@ void WriteLine(const QzString& message);
 
 // Writes "file:line [function] LEVEL:\tmessage" (level -3 ERROR, -2 WARNING,
 // -1 NOTE; other levels omit the level word). Use QZ_LOG_LOCATED_AS below.
-void WriteLocated(int level, const char* sourceFile, int line, const char* functionSignature, const char* format,
-                  ...)
+void WriteLocated(int level, const char* sourceFile, int line, const char* functionSignature,
+                  const char* format, ...)
 #if defined(__GNUC__)
     __attribute__((format(printf, 5, 6)))
 #endif

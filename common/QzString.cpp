@@ -76,11 +76,19 @@ int UnsignedDigits(uint64_t v, char* end, int base) {
 }
 }  // namespace
 
-QzString::QzString(const char* text) { Set(text); }
-QzString::QzString(const char* text, int32_t len) { Set(text, len); }
-QzString::QzString(const QzString& other) { Set(other); }
+QzString::QzString(const char* text) {
+    Set(text);
+}
+QzString::QzString(const char* text, int32_t len) {
+    Set(text, len);
+}
+QzString::QzString(const QzString& other) {
+    Set(other);
+}
 QzString::QzString(QzString&& other) noexcept
-    : buf_(std::exchange(other.buf_, nullptr)), len_(std::exchange(other.len_, 0)), cap_(std::exchange(other.cap_, 0)) {}
+    : buf_(std::exchange(other.buf_, nullptr)),
+      len_(std::exchange(other.len_, 0)),
+      cap_(std::exchange(other.cap_, 0)) {}
 
 QzString& QzString::operator=(const QzString& other) {
     if (this != &other) Set(other);
@@ -97,7 +105,9 @@ QzString& QzString::operator=(QzString&& other) noexcept {
     return *this;
 }
 
-QzString::~QzString() { std::free(buf_); }
+QzString::~QzString() {
+    std::free(buf_);
+}
 
 void QzString::Free() {
     std::free(buf_);
@@ -198,9 +208,13 @@ bool QzString::Append(const char* text, int32_t len) {
     return true;
 }
 
-bool QzString::AppendChar(char c) { return Append(&c, 1); }
+bool QzString::AppendChar(char c) {
+    return Append(&c, 1);
+}
 
-bool QzString::AppendInt(int64_t value) { return AppendPaddedInt(value, 0); }
+bool QzString::AppendInt(int64_t value) {
+    return AppendPaddedInt(value, 0);
+}
 
 bool QzString::AppendPaddedInt(int64_t value, int width) {
     char tmp[96];

@@ -88,7 +88,9 @@ private:
 namespace QzStringUtil {
 // ASCII upper-case letters map to lower case; every other byte to itself.
 extern const unsigned char kLowerTable[256];
-inline unsigned char ToLower(unsigned char c) { return kLowerTable[c]; }
+inline unsigned char ToLower(unsigned char c) {
+    return kLowerTable[c];
+}
 int CompareBytes(const char* a, int32_t alen, const char* b, int32_t blen, bool ignoreCase);
 int32_t FindBytes(const char* hay, int32_t haylen, const char* needle, int32_t nlen, int32_t from,
                   bool ignoreCase);
@@ -97,15 +99,33 @@ int32_t FindBytes(const char* hay, int32_t haylen, const char* needle, int32_t n
 // Builds a QzString by concatenating text, QzStrings and integers, the way
 // the program's log lines and file names are put together.
 namespace QzStringDetail {
-inline void AppendPart(QzString& s, const char* p) { s.Append(p); }
-inline void AppendPart(QzString& s, const QzString& p) { s.Append(p); }
-inline void AppendPart(QzString& s, char c) { s.AppendChar(c); }
-inline void AppendPart(QzString& s, int v) { s.AppendInt(v); }
-inline void AppendPart(QzString& s, long v) { s.AppendInt(v); }
-inline void AppendPart(QzString& s, long long v) { s.AppendInt(v); }
-inline void AppendPart(QzString& s, unsigned v) { s.AppendInt(v); }
-inline void AppendPart(QzString& s, unsigned long v) { s.AppendInt(static_cast<int64_t>(v)); }
-inline void AppendPart(QzString& s, unsigned long long v) { s.AppendInt(static_cast<int64_t>(v)); }
+inline void AppendPart(QzString& s, const char* p) {
+    s.Append(p);
+}
+inline void AppendPart(QzString& s, const QzString& p) {
+    s.Append(p);
+}
+inline void AppendPart(QzString& s, char c) {
+    s.AppendChar(c);
+}
+inline void AppendPart(QzString& s, int v) {
+    s.AppendInt(v);
+}
+inline void AppendPart(QzString& s, long v) {
+    s.AppendInt(v);
+}
+inline void AppendPart(QzString& s, long long v) {
+    s.AppendInt(v);
+}
+inline void AppendPart(QzString& s, unsigned v) {
+    s.AppendInt(v);
+}
+inline void AppendPart(QzString& s, unsigned long v) {
+    s.AppendInt(static_cast<int64_t>(v));
+}
+inline void AppendPart(QzString& s, unsigned long long v) {
+    s.AppendInt(static_cast<int64_t>(v));
+}
 void AppendPart(QzString& s, bool) = delete;
 }  // namespace QzStringDetail
 

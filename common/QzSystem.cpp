@@ -7,7 +7,9 @@
 
 namespace QzSystem {
 
-uint32_t GetProcessId() { return QzOs::GetCurrentProcessId(); }
+uint32_t GetProcessId() {
+    return QzOs::GetCurrentProcessId();
+}
 
 MemoryFigures GetMemoryFigures() {
     MemoryFigures f;
@@ -54,7 +56,8 @@ void DescribeOperatingSystem(QzString* out) {
 }
 
 namespace {
-const char* const kWeekdays[] = {"Sunday", "Monday", "Tuesday", "Wednesday", "Thursday", "Friday", "Saturday"};
+const char* const kWeekdays[] = {"Sunday",   "Monday", "Tuesday", "Wednesday",
+                                 "Thursday", "Friday", "Saturday"};
 
 void AppendOffset(QzString& out, int32_t minutes) {
     out.Append(minutes < 0 ? "UTC-" : "UTC+");
@@ -134,17 +137,23 @@ bool Digits(const char* s, size_t n, int* fields, const int* widths, int count) 
     }
     return true;
 }
-bool ValidDate(int y, int m, int d) { return y >= 1601 && m >= 1 && m <= 12 && d >= 1 && d <= 31; }
-bool ValidTime(int h, int mi, int s) { return h <= 23 && mi <= 59 && s <= 59; }
+bool ValidDate(int y, int m, int d) {
+    return y >= 1601 && m >= 1 && m <= 12 && d >= 1 && d <= 31;
+}
+bool ValidTime(int h, int mi, int s) {
+    return h <= 23 && mi <= 59 && s <= 59;
+}
 }  // namespace
 
 bool FormatLocalDateTime14(const char* digits, QzString* out) {
     static const int kW[] = {4, 2, 2, 2, 2, 2};
     int f[6];
     out->Clear();
-    if (!Digits(digits, 14, f, kW, 6) || !ValidDate(f[0], f[1], f[2]) || !ValidTime(f[3], f[4], f[5])) return false;
+    if (!Digits(digits, 14, f, kW, 6) || !ValidDate(f[0], f[1], f[2]) || !ValidTime(f[3], f[4], f[5]))
+        return false;
     QzString date, time;
-    if (!QzOs::FormatLocaleDate(f[0], f[1], f[2], &date) || !QzOs::FormatLocaleTime(f[3], f[4], f[5], true, &time))
+    if (!QzOs::FormatLocaleDate(f[0], f[1], f[2], &date) ||
+        !QzOs::FormatLocaleTime(f[3], f[4], f[5], true, &time))
         return false;
     *out = QzCat(date, " ", time);
     return true;

@@ -9,7 +9,9 @@
 namespace QzSystem {
 
 uint32_t GetProcessId();
-constexpr bool Is64BitProcess() { return sizeof(void*) == 8; }
+constexpr bool Is64BitProcess() {
+    return sizeof(void*) == 8;
+}
 
 struct MemoryFigures {
     int64_t virtualBytes = 0;   // page-file usage (committed memory)

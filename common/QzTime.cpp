@@ -26,20 +26,30 @@ void CivilFromDays(int64_t z, int* y, int* m, int* d) {
     *d = static_cast<int>(day);
 }
 
-void Append2(QzString& out, int v) { out.AppendPaddedInt(v, 2); }
+void Append2(QzString& out, int v) {
+    out.AppendPaddedInt(v, 2);
+}
 }  // namespace
 
-void SetClockForTesting(int64_t (*clock)()) { g_testClock = clock; }
+void SetClockForTesting(int64_t (*clock)()) {
+    g_testClock = clock;
+}
 
 int64_t GetCurrentGmtMillis() {
     if (g_testClock) return g_testClock();
     return FileTimeToGmtMillis(QzOs::GetSystemTimeAsFileTime()) + g_virtualOffsetMillis;
 }
 
-void SetSleepForTesting(void (*sleep)(uint32_t)) { g_testSleep = sleep; }
+void SetSleepForTesting(void (*sleep)(uint32_t)) {
+    g_testSleep = sleep;
+}
 
-void UseVirtualTime() { g_virtualTime = true; }
-bool IsVirtualTime() { return g_virtualTime; }
+void UseVirtualTime() {
+    g_virtualTime = true;
+}
+bool IsVirtualTime() {
+    return g_virtualTime;
+}
 
 void SleepMillis(uint32_t millis) {
     if (g_testSleep) {
@@ -68,7 +78,9 @@ CivilTime GmtMillisToCivil(int64_t millis) {
     return t;
 }
 
-void AppendGmtMillisAsHex16(QzString& out, int64_t millis) { out.AppendPaddedHex(millis, 16); }
+void AppendGmtMillisAsHex16(QzString& out, int64_t millis) {
+    out.AppendPaddedHex(millis, 16);
+}
 
 void AppendDateTime14(QzString& out, int64_t millis) {
     const CivilTime t = GmtMillisToCivil(millis);
@@ -97,8 +109,9 @@ void AppendLogDateTime(QzString& out, int64_t millis) {
 
 int64_t AgeInDays(int64_t nowMillis, int64_t thenMillis) {
     // Computed without overflow for any pair of 64-bit times.
-    const uint64_t diff = nowMillis >= thenMillis ? static_cast<uint64_t>(nowMillis) - static_cast<uint64_t>(thenMillis)
-                                                  : static_cast<uint64_t>(thenMillis) - static_cast<uint64_t>(nowMillis);
+    const uint64_t diff = nowMillis >= thenMillis
+                              ? static_cast<uint64_t>(nowMillis) - static_cast<uint64_t>(thenMillis)
+                              : static_cast<uint64_t>(thenMillis) - static_cast<uint64_t>(nowMillis);
     const uint64_t days = diff / static_cast<uint64_t>(kMillisPerDay);
     return days > static_cast<uint64_t>(kMaxAgeDays) ? kMaxAgeDays : static_cast<int64_t>(days);
 }

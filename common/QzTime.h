@@ -12,7 +12,9 @@ constexpr int64_t kMaxAgeDays = 9001;
 
 int64_t GetCurrentGmtMillis();
 // Win32 file time (100 ns since 1601) to milliseconds since 1970.
-inline int64_t FileTimeToGmtMillis(int64_t fileTime) { return fileTime / 10000 - 11644473600000LL; }
+inline int64_t FileTimeToGmtMillis(int64_t fileTime) {
+    return fileTime / 10000 - 11644473600000LL;
+}
 
 struct CivilTime {
     int year, month, day, hour, minute, second, millis;

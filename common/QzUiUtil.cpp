@@ -11,7 +11,8 @@ bool Installer_GetThisMachinesHguid(QzString* hguidRet) {
     hguidRet->Clear();
     const QzString descriptor = QzFile::GetInstallDescriptorPath();
     if (!QzFile::FileExists(descriptor.c_str())) {
-        QzLog::WriteLine(QzCat("In QzUiUtil::Installer_GetThisMachinesHguid no qzinstall.xml", "so probably a fresh install"));
+        QzLog::WriteLine(QzCat("In QzUiUtil::Installer_GetThisMachinesHguid no qzinstall.xml",
+                               "so probably a fresh install"));
         return false;
     }
     if (!QzFile::GetUniqueStrAttrFromXmlFile(descriptor.c_str(), "hguid", hguidRet) || hguidRet->IsEmpty()) {

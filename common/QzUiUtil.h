@@ -57,7 +57,8 @@ bool GetVecOf_SelForBackup_PerVolumeGuidFileList_FileNames(std::vector<QzString>
 
 // ---- alert levels "qzreports\qzdefcon.xml" ----
 bool QzVolDefcon_UpdateQzVolumesDefconXmlFile();
-bool QzVolDefcon_HitDisk_ReadQzDefconXmlFile(std::vector<QzVolDefconRecord>* recordsRet, int32_t* mostCriticalRet);
+bool QzVolDefcon_HitDisk_ReadQzDefconXmlFile(std::vector<QzVolDefconRecord>* recordsRet,
+                                             int32_t* mostCriticalRet);
 bool QzVolDefcon_CacheForFiveMinutes_ReadQzDefconXmlFile(int32_t* mostCriticalRet,
                                                          std::vector<QzVolDefconRecord>* recordsRet);
 bool QzVolDefcon_filelist_DefconIsElevated_AND_DefconVolIsAttached(QzVolumeInfo* volumeRet,

@@ -70,7 +70,8 @@ bool LastListedDays(const QzVolumesXmlEntry& e, int64_t now, int32_t* daysRet) {
     QzString name;
     QzUiUtil::GetPerVolumeFileListName(e.volumeGuid, e.mountPoint, &name);
     if (!QzFile::FileExists(name.c_str())) {
-        Log("NOTE", kUpdate, "per-volume filelist does not exist so using -1, mountName=", QzCat(e.mountPoint, ", fileName=", name));
+        Log("NOTE", kUpdate, "per-volume filelist does not exist so using -1, mountName=",
+            QzCat(e.mountPoint, ", fileName=", name));
         *daysRet = -1;
         return true;
     }
@@ -81,11 +82,13 @@ bool LastListedDays(const QzVolumesXmlEntry& e, int64_t now, int32_t* daysRet) {
     }
     int64_t started = 0;
     if (!ParseListStart(line, &started)) {
-        Log("ERROR", kUpdate, "read per-volume filelist but did not parse first line correctly, so bailing out, fileName=",
+        Log("ERROR", kUpdate,
+            "read per-volume filelist but did not parse first line correctly, so bailing out, fileName=",
             QzCat(name, ", firstLine=", line));
         return false;
     }
-    *daysRet = AgeInDaysCapped(now, started, "more than 24_years since filelist was generated, mountName=", e.mountPoint);
+    *daysRet = AgeInDaysCapped(now, started,
+                               "more than 24_years since filelist was generated, mountName=", e.mountPoint);
     return true;
 }
 
@@ -106,19 +109,23 @@ bool LastPushedDays(const QzVolumesXmlEntry& e, int64_t now, int32_t* daysRet) {
         return false;
     }
     if (status != QzFile::ReadStatus::Ok) {
-        Log("ERROR", kUpdate, "qzstat_pervol_latest_file.xml exists but could not be read, so bailing out of defcon "
-            "calculations and keeping the previous qzdefcon.xml: ", QzCat(path, ", err=", err));
+        Log("ERROR", kUpdate,
+            "qzstat_pervol_latest_file.xml exists but could not be read, so bailing out of defcon "
+            "calculations and keeping the previous qzdefcon.xml: ",
+            QzCat(path, ", err=", err));
         return false;
     }
     QzString value;
     int64_t pushed = 0;
     if (!QzFile::GetUniqueStrAttrFromXmlSnippet(text, "gmt_millis", &value) ||
         !ParseHex64(value.c_str(), value.Length(), &pushed)) {
-        Log("ERROR", kUpdate, "could not read gmt_millis from qzstat_pervol_latest_file.xml, counting it as never sent: ",
+        Log("ERROR", kUpdate,
+            "could not read gmt_millis from qzstat_pervol_latest_file.xml, counting it as never sent: ",
             QzCat(path, ", gmt_millis=", value));
         pushed = 0;
     }
-    *daysRet = AgeInDaysCapped(now, pushed, "more than 24_years since file was transmitted, mountName=", e.mountPoint);
+    *daysRet = AgeInDaysCapped(now, pushed,
+                               "more than 24_years since file was transmitted, mountName=", e.mountPoint);
     return true;
 }
 
@@ -157,10 +164,12 @@ bool QzVolDefcon_UpdateQzVolumesDefconXmlFile() {
         r.volumeGuid = e.volumeGuid;
         r.mountPoint = e.mountPoint;
         r.lastSeenInDays =
-            AgeInDaysCapped(now, e.lastSeenAttachedGmtMillis, "more than 24_years since drive was seen, mountName=", e.mountPoint);
+            AgeInDaysCapped(now, e.lastSeenAttachedGmtMillis,
+                            "more than 24_years since drive was seen, mountName=", e.mountPoint);
         if (!LastListedDays(e, now, &r.lastFileListedInDays)) return false;
         if (!LastPushedDays(e, now, &r.lastFilePushedInDays)) return false;
-        r.defconLevel = QzVolDefcon_LevelFromAges(r.lastSeenInDays, r.lastFileListedInDays, r.lastFilePushedInDays);
+        r.defconLevel =
+            QzVolDefcon_LevelFromAges(r.lastSeenInDays, r.lastFileListedInDays, r.lastFilePushedInDays);
         if (r.defconLevel < mostCritical) mostCritical = r.defconLevel;
         records.push_back(std::move(r));
     }
@@ -171,15 +180,16 @@ bool QzVolDefcon_UpdateQzVolumesDefconXmlFile() {
         QzUtil::AppendXmlEscaped(text, r.volumeGuid);
         text.Append("\" mountPointPathHex=\"");
         QzUtil::AppendHexEncoded(text, r.mountPoint.c_str(), r.mountPoint.Length());
-        text.Append(QzCat("\" vol_defcon_level=\"", r.defconLevel, "\" vol_last_seen_in_days=\"", r.lastSeenInDays,
-                          "\" vol_last_filelisted_in_days=\"", r.lastFileListedInDays,
+        text.Append(QzCat("\" vol_defcon_level=\"", r.defconLevel, "\" vol_last_seen_in_days=\"",
+                          r.lastSeenInDays, "\" vol_last_filelisted_in_days=\"", r.lastFileListedInDays,
                           "\" vol_last_file_pushed_in_days=\"", r.lastFilePushedInDays, "\" />\n"));
     }
     text.Append("</contents>\n");
     const QzString path = DefconXmlPath();
     QzFile::CreateDirectoryRecursive(ReportsDir().c_str());
     if (!WriteViaTmpAndSwap(path, text, kUpdate)) return false;
-    QzLog::WriteLine(QzCat("QzUiUtil::QzVolDefcon_UpdateQzVolumesDefconXmlFile - success updating file:", path));
+    QzLog::WriteLine(
+        QzCat("QzUiUtil::QzVolDefcon_UpdateQzVolumesDefconXmlFile - success updating file:", path));
     return true;
 }
 

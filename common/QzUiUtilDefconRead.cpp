@@ -32,12 +32,15 @@ bool ParseInt32Attr(const QzString& snippet, const char* name, int32_t* valueRet
 bool ParseRecord(const QzString& snippet, std::size_t index, QzVolDefconRecord* r) {
     const char* failed = nullptr;
     QzString hex;
-    if (!QzFile::GetUniqueStrAttrFromXmlSnippet(snippet, "qzVolumeGuid", &r->volumeGuid)) failed = "qzVolumeGuid";
+    if (!QzFile::GetUniqueStrAttrFromXmlSnippet(snippet, "qzVolumeGuid", &r->volumeGuid))
+        failed = "qzVolumeGuid";
     else if (!QzFile::GetUniqueStrAttrFromXmlSnippet(snippet, "mountPointPathHex", &hex) ||
              !QzUtil::AppendHexDecoded(r->mountPoint, hex.c_str(), hex.Length()))
         failed = "mountPointPathHex";
-    else if (!ParseInt32Attr(snippet, "vol_defcon_level", &r->defconLevel)) failed = "vol_defcon_level";
-    else if (!ParseInt32Attr(snippet, "vol_last_seen_in_days", &r->lastSeenInDays)) failed = "vol_last_seen_in_days";
+    else if (!ParseInt32Attr(snippet, "vol_defcon_level", &r->defconLevel))
+        failed = "vol_defcon_level";
+    else if (!ParseInt32Attr(snippet, "vol_last_seen_in_days", &r->lastSeenInDays))
+        failed = "vol_last_seen_in_days";
     else if (!ParseInt32Attr(snippet, "vol_last_filelisted_in_days", &r->lastFileListedInDays))
         failed = "vol_last_filelisted_in_days";
     else if (!ParseInt32Attr(snippet, "vol_last_file_pushed_in_days", &r->lastFilePushedInDays))
@@ -64,7 +67,8 @@ DefconCache& Cache() {
 
 namespace QzUiUtil {
 
-bool QzVolDefcon_HitDisk_ReadQzDefconXmlFile(std::vector<QzVolDefconRecord>* recordsRet, int32_t* mostCriticalRet) {
+bool QzVolDefcon_HitDisk_ReadQzDefconXmlFile(std::vector<QzVolDefconRecord>* recordsRet,
+                                             int32_t* mostCriticalRet) {
     if (!recordsRet || !mostCriticalRet) return false;
     recordsRet->clear();
     const QzString path = DefconXmlPath();
@@ -83,22 +87,26 @@ bool QzVolDefcon_HitDisk_ReadQzDefconXmlFile(std::vector<QzVolDefconRecord>* rec
         return false;
     }
     if (text.Length() < 20) {
-        Log("ERROR", kHitDisk, "read qzdefcon.xml file but too short fName=", QzCat(path, ", numBytes=", text.Length()));
+        Log("ERROR", kHitDisk,
+            "read qzdefcon.xml file but too short fName=", QzCat(path, ", numBytes=", text.Length()));
         return false;
     }
     if (!text.Contains("</contents>")) {
-        Log("ERROR", kHitDisk, "read qzdefcon.xml file but it has no </contents>, so it is truncated fName=", path);
+        Log("ERROR", kHitDisk,
+            "read qzdefcon.xml file but it has no </contents>, so it is truncated fName=", path);
         return false;
     }
     std::vector<QzString> summary;
-    QzFile::GetAllXmlSnippetsWithTagNameInXmlText(text.c_str(), text.Length(), "volume_defcon_summary", &summary);
+    QzFile::GetAllXmlSnippetsWithTagNameInXmlText(text.c_str(), text.Length(), "volume_defcon_summary",
+                                                  &summary);
     int32_t mostCritical = -1;
     if (summary.empty() || !ParseInt32Attr(summary[0], "most_critial_volume_defcon", &mostCritical)) {
         Log("ERROR", kHitDisk, "could not find most_critial_volume_defcon in fName=", path);
         return false;
     }
     if (mostCritical < 0 || mostCritical > 5) {
-        Log("ERROR", kHitDisk, "most_critial_volume_defcon out_of_range=", QzCat(mostCritical, ", fName=", path));
+        Log("ERROR", kHitDisk,
+            "most_critial_volume_defcon out_of_range=", QzCat(mostCritical, ", fName=", path));
         return false;
     }
     std::vector<QzString> snippets;
@@ -125,7 +133,8 @@ bool QzVolDefcon_CacheForFiveMinutes_ReadQzDefconXmlFile(int32_t* mostCriticalRe
     if (!cache.filled || age > kCacheMillis) {
         cache.filled = false;
         if (!QzVolDefcon_HitDisk_ReadQzDefconXmlFile(&cache.records, &cache.mostCritical)) {
-            Log("ERROR", "QzVolDefcon_CacheForFiveMinutes_ReadQzDefconXmlFile", "refresh of cache failed call");
+            Log("ERROR", "QzVolDefcon_CacheForFiveMinutes_ReadQzDefconXmlFile",
+                "refresh of cache failed call");
             return false;
         }
         cache.filled = true;
@@ -143,7 +152,8 @@ bool QzVolDefcon_filelist_DefconIsElevated_AND_DefconVolIsAttached(QzVolumeInfo*
     int32_t mostCritical = 6;
     std::vector<QzVolDefconRecord> records;
     if (!QzVolDefcon_CacheForFiveMinutes_ReadQzDefconXmlFile(&mostCritical, &records)) {
-        Log("ERROR", kFn, "called QzUiUtil::QzVolDefcon_CacheForFiveMinutes_ReadQzDefconXmlFile which failed");
+        Log("ERROR", kFn,
+            "called QzUiUtil::QzVolDefcon_CacheForFiveMinutes_ReadQzDefconXmlFile which failed");
         return false;
     }
     if (mostCritical >= 5) return false;
@@ -155,7 +165,8 @@ bool QzVolDefcon_filelist_DefconIsElevated_AND_DefconVolIsAttached(QzVolumeInfo*
         if (r.defconLevel >= 5 || r.lastFileListedInDays < 8) continue;
         if (best && r.lastFileListedInDays < best->lastFileListedInDays) continue;
         QzVolumeInfo info;
-        if (!QzFile::GetInfoAboutAttachedVolume(r.mountPoint, &info) || !info.volumeGuid.Equals(r.volumeGuid)) continue;
+        if (!QzFile::GetInfoAboutAttachedVolume(r.mountPoint, &info) || !info.volumeGuid.Equals(r.volumeGuid))
+            continue;
         best = &r;
         bestInfo = std::move(info);
     }

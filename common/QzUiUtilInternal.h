@@ -28,15 +28,22 @@ inline bool GetDecimalAttr(const QzString& snippet, const char* name, int64_t* v
 
 // "<LEVEL>: QzUiUtil::<function> (processId=N) - <text><detail>": the log form
 // of this module's failures and notes.
-inline void Log(const char* level, const char* function, const char* text, const QzString& detail = QzString()) {
-    QzLog::WriteLine(QzCat(level, ": QzUiUtil::", function, " (processId=", QzSystem::GetProcessId(), ") - ", text,
-                           detail));
+inline void Log(const char* level, const char* function, const char* text,
+                const QzString& detail = QzString()) {
+    QzLog::WriteLine(QzCat(level, ": QzUiUtil::", function, " (processId=", QzSystem::GetProcessId(), ") - ",
+                           text, detail));
 }
 
 // Paths of the files this module keeps in the data directory.
-inline QzString VolumesXmlPath() { return QzFile::DataPath(QzFile::DataFile::VolumeRegistry); }
-inline QzString ReportsDir() { return QzFile::DataPath(QzFile::DataFile::ReportsFolder); }
-inline QzString DefconXmlPath() { return QzFile::DataPath(QzFile::DataFile::AlertLevels); }
+inline QzString VolumesXmlPath() {
+    return QzFile::DataPath(QzFile::DataFile::VolumeRegistry);
+}
+inline QzString ReportsDir() {
+    return QzFile::DataPath(QzFile::DataFile::ReportsFolder);
+}
+inline QzString DefconXmlPath() {
+    return QzFile::DataPath(QzFile::DataFile::AlertLevels);
+}
 
 // The registry as read or to be written.
 struct VolumesXml {

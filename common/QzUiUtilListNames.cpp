@@ -27,7 +27,8 @@ QzString MountTag(const QzString& mountPoint) {
     QzString tag;
     for (int32_t i = 0; i < mountPoint.Length() && tag.Length() < 4; ++i) {
         const char c = m[i];
-        const bool replace = c == '/' || c == '\\' || c == ':' || c == ',' || (static_cast<unsigned char>(c) & 0x80);
+        const bool replace =
+            c == '/' || c == '\\' || c == ':' || c == ',' || (static_cast<unsigned char>(c) & 0x80);
         tag.AppendChar(replace ? '_' : c);
     }
     tag.Append("______");
@@ -41,14 +42,16 @@ namespace QzUiUtil {
 
 void GetPerVolumeFileListName(const QzString& vguid, const QzString& mountPoint, QzString* nameRet) {
     if (!nameRet) return;
-    *nameRet = QzCat(QzFile::DataPath(QzFile::DataFile::FileListsFolder), "\\", vguid, "_", MountTag(mountPoint), "_filelist.dat");
+    *nameRet = QzCat(QzFile::DataPath(QzFile::DataFile::FileListsFolder), "\\", vguid, "_",
+                     MountTag(mountPoint), "_filelist.dat");
 }
 
 bool GetVecOf_SelForBackup_PerVolumeGuidFileList_FileNames(std::vector<QzString>* namesRet) {
     constexpr const char* kFn = "GetVecOf_SelForBackup_PerVolumeGuidFileList_FileNames";
     if (!namesRet) {
-        QzLog::WriteLine("ERROR: QzUiUtil::GetVecOf_SelForBackup_PerVolumeGuidFileList_FileNames"
-                         "- failed because passed in NULL arg");
+        QzLog::WriteLine(
+            "ERROR: QzUiUtil::GetVecOf_SelForBackup_PerVolumeGuidFileList_FileNames"
+            "- failed because passed in NULL arg");
         return false;
     }
     namesRet->clear();

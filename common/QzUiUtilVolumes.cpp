@@ -22,7 +22,9 @@ namespace {
 
 constexpr const char* kRefresh = "QzVolumesXml_QueryAttachDrives_UpdateQzVolXml";
 
-bool HasGuid(const QzVolumeInfo& v) { return v.volumeGuid.Length() == 28; }
+bool HasGuid(const QzVolumeInfo& v) {
+    return v.volumeGuid.Length() == 28;
+}
 
 const QzVolumeInfo* FindAttached(const std::vector<QzVolumeInfo>& attached, const QzString& vguid) {
     for (const QzVolumeInfo& v : attached)
@@ -68,15 +70,18 @@ bool RepairSelectedMountPoints(const std::vector<const QzVolumeInfo*>& accepted)
         Log("ERROR", kRefresh, "could not write the repaired selection into qzinfo.xml: ", path);
         return false;
     }
-    QzInfoManager::ReadControlPanelSettingsFromQzInfoXmlFile();  // the process goes on with the corrected selection
+    QzInfoManager::ReadControlPanelSettingsFromQzInfoXmlFile();  // the process goes on with the corrected
+                                                                 // selection
     return true;
 }
 
 // "C" for a drive root, else the mount point without its trailing backslash.
 QzString ShortMount(const QzString& mountPoint) {
     QzString s(mountPoint);
-    if (s.Length() == 3 && s[1] == ':') s.Truncate(1);
-    else if (s.Last() == '\\') s.Truncate(s.Length() - 1);
+    if (s.Length() == 3 && s[1] == ':')
+        s.Truncate(1);
+    else if (s.Last() == '\\')
+        s.Truncate(s.Length() - 1);
     return s;
 }
 
@@ -93,7 +98,8 @@ bool QzVolumesXml_AssignNewQzVolumeGuidToVolume(const QzString& mountPoint) {
     constexpr const char* kFn = "QzVolumesXml_AssignNewQzVolumeGuidToVolume";
     const QzString& hguid = QzFile::GetMyHostGuid();
     if (hguid.Equals(QzFile::kUnknownHostGuid)) {
-        Log("ERROR", kFn, "this machine's hguid is unknown, so not marking the volume as ours, mountPoint=", mountPoint);
+        Log("ERROR", kFn,
+            "this machine's hguid is unknown, so not marking the volume as ours, mountPoint=", mountPoint);
         return false;
     }
     // A marker that exists but cannot be read may well hold the volume's
@@ -101,7 +107,8 @@ bool QzVolumesXml_AssignNewQzVolumeGuidToVolume(const QzString& mountPoint) {
     const QzString marker = QzFile::GetQzVolIdFileOfVolume(mountPoint);
     QzString markerText;
     if (QzFile::ReadFilePatiently(marker.c_str(), &markerText) == QzFile::ReadStatus::Held) {
-        Log("ERROR", kFn, "qzvol_id.xml exists but could not be read, so not replacing it, fileName=", marker);
+        Log("ERROR", kFn,
+            "qzvol_id.xml exists but could not be read, so not replacing it, fileName=", marker);
         return false;
     }
     // The short id, the marker and the registry entry are one step for other processes.
@@ -113,13 +120,15 @@ bool QzVolumesXml_AssignNewQzVolumeGuidToVolume(const QzString& mountPoint) {
         return false;
     }
     if (!QzFile::WriteVolumeGuidIntoDotQzVolDirOnVolume(mountPoint, vguid, hguid, &token)) {
-        Log("ERROR", kFn, "could not write the vGuid onto the volume, mountPoint=", QzCat(mountPoint, ", errToken=", token));
+        Log("ERROR", kFn, "could not write the vGuid onto the volume, mountPoint=",
+            QzCat(mountPoint, ", errToken=", token));
         return false;
     }
     if (!QzVolumesXml_AddNewQzVolumeGuid(vguid, mountPoint)) {
         // An identity the registry does not record could be handed out again:
         // the volume goes back to having none.
-        Log("ERROR", kFn, "could not add the vGuid to qzvolumes.xml, so removing it from the volume, mountPoint=",
+        Log("ERROR", kFn,
+            "could not add the vGuid to qzvolumes.xml, so removing it from the volume, mountPoint=",
             QzCat(mountPoint, ", vGuid=", vguid));
         QzFile::DeleteFileIfExists(marker.c_str());
         return false;
@@ -139,13 +148,15 @@ bool QzVolumesXml_QueryAttachDrives_UpdateQzVolXml() {
     if (status != QzFile::ReadStatus::Ok) {
         // Missing or malformed: rebuilt from the attached volumes, counting
         // short ids on from where a damaged file left off.
-        QzLog::WriteLine("QzUiUtil::QzVolumesXml_ReadQzVolumesXmlFile failed, so will regenerate qzvolumes.xml from "
-                         "scratch self-repair");
+        QzLog::WriteLine(
+            "QzUiUtil::QzVolumesXml_ReadQzVolumesXmlFile failed, so will regenerate qzvolumes.xml from "
+            "scratch self-repair");
         reg.entries.clear();
     }
     std::vector<QzVolumeInfo> attached;
     if (!QueryAllAttachedVolumesForVolumeInfo(&attached)) {
-        Log("ERROR", kRefresh, "QzUiUtil::QueryAllAttachedVolumesForVolumeInfo failed, so not updating qzvolumes.xml");
+        Log("ERROR", kRefresh,
+            "QzUiUtil::QueryAllAttachedVolumesForVolumeInfo failed, so not updating qzvolumes.xml");
         return false;
     }
     DoAnyCurrentlyAttachedHardDrivesHaveDuplicateVolGuids(attached);
@@ -219,10 +230,12 @@ bool DoAnyCurrentlyAttachedHardDrivesHaveDuplicateVolGuids(const std::vector<QzV
     bool found = false;
     for (std::size_t a = 0; a < volumes.size(); ++a) {
         for (std::size_t b = a + 1; b < volumes.size(); ++b) {
-            if (volumes[a].volumeGuid.IsEmpty() || !volumes[a].volumeGuid.Equals(volumes[b].volumeGuid)) continue;
-            QzLog::WriteLine(QzCat("ERROR: QzUiUtil::DoAnyCurrentlyAttachedHardDrivesHaveDuplicateVolGuids "
-                                   "FOUND_DUPLICATE_VOL_ID: Vol_A_",
-                                   volumes[a].mountPoint, "__Vol_B_", volumes[b].mountPoint));
+            if (volumes[a].volumeGuid.IsEmpty() || !volumes[a].volumeGuid.Equals(volumes[b].volumeGuid))
+                continue;
+            QzLog::WriteLine(
+                QzCat("ERROR: QzUiUtil::DoAnyCurrentlyAttachedHardDrivesHaveDuplicateVolGuids "
+                      "FOUND_DUPLICATE_VOL_ID: Vol_A_",
+                      volumes[a].mountPoint, "__Vol_B_", volumes[b].mountPoint));
             found = true;
         }
     }
@@ -252,27 +265,33 @@ void GetSelectedAndAttachedDriveState(QzString* summaryRet, QzString* abstractRe
             continue;
         }
         items.Append(" attached");
-        if (!v->mountPoint.EqualsIgnoreCase(s.mountPointPath.c_str())) items.Append(QzCat(" now at ", v->mountPoint));
+        if (!v->mountPoint.EqualsIgnoreCase(s.mountPointPath.c_str()))
+            items.Append(QzCat(" now at ", v->mountPoint));
         if (v->isSystemBootVolume) items.Append(" system");
     }
     for (const QzVolumeInfo& v : attached) {
         AppendListItem(att, ShortMount(v.mountPoint));
         bool isSelected = false;
-        for (const QzSettings::SelectedVolume& s : selected) isSelected = isSelected || (HasGuid(v) && s.volumeGuid.Equals(v.volumeGuid));
+        for (const QzSettings::SelectedVolume& s : selected)
+            isSelected = isSelected || (HasGuid(v) && s.volumeGuid.Equals(v.volumeGuid));
         int sameGuid = 0;
-        for (const QzVolumeInfo& w : attached) sameGuid += HasGuid(v) && w.volumeGuid.Equals(v.volumeGuid) ? 1 : 0;
+        for (const QzVolumeInfo& w : attached)
+            sameGuid += HasGuid(v) && w.volumeGuid.Equals(v.volumeGuid) ? 1 : 0;
         const bool odd = sameGuid > 1 || (HasGuid(v) && !v.associatedHguid.Equals(mine));
         if (isSelected && !odd) continue;
-        items.Append(QzCat(" | ", isSelected ? "SEL " : "AVAIL ", v.mountPoint, " ", HasGuid(v) ? v.volumeGuid : QzString("none"),
-                           " ", v.typeCode));
+        items.Append(QzCat(" | ", isSelected ? "SEL " : "AVAIL ", v.mountPoint, " ",
+                           HasGuid(v) ? v.volumeGuid : QzString("none"), " ", v.typeCode));
         if (!v.markerError.IsEmpty()) items.Append(QzCat(" marker=", v.markerError));
         if (sameGuid > 1) items.Append(" DUPLICATE_VGUID");
-        if (HasGuid(v) && !v.associatedHguid.Equals(mine)) items.Append(QzCat(" other_hguid=", v.associatedHguid));
+        if (HasGuid(v) && !v.associatedHguid.Equals(mine))
+            items.Append(QzCat(" other_hguid=", v.associatedHguid));
     }
-    summary = QzCat("selected=", static_cast<unsigned long long>(selected.size()), settingsOk ? "" : " (qzinfo.xml not read)",
-                    " attached=");
-    if (attachedOk) summary.AppendInt(static_cast<int64_t>(attached.size()));
-    else summary.Append("unknown");
+    summary = QzCat("selected=", static_cast<unsigned long long>(selected.size()),
+                    settingsOk ? "" : " (qzinfo.xml not read)", " attached=");
+    if (attachedOk)
+        summary.AppendInt(static_cast<int64_t>(attached.size()));
+    else
+        summary.Append("unknown");
     summary.Append(QzCat(" unplugged=", unplugged, items));
     abstract = QzCat("sel=", sel.IsEmpty() ? "-" : sel.c_str(), " att=", att.IsEmpty() ? "-" : att.c_str(),
                      " unpl=", unpl.IsEmpty() ? "-" : unpl.c_str());

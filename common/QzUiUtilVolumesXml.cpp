@@ -4,9 +4,10 @@
 #include <cstring>
 #include <random>
 
+#include "QzDataPaths.h"
 #include "QzFile.h"
-#include "QzFileRead.h"
 #include "QzFileLocations.h"
+#include "QzFileRead.h"
 #include "QzFileVolumes.h"
 #include "QzFileWrite.h"
 #include "QzFileXml.h"
@@ -16,7 +17,6 @@
 #include "QzUiUtilInternal.h"
 #include "QzUtil.h"
 #include "QzVolumeInfo.h"
-#include "QzDataPaths.h"
 
 using namespace QzUiUtilInternal;
 
@@ -65,8 +65,10 @@ VolumesXmlLock::VolumesXmlLock(const char* function) {
         }
         const int64_t modified = QzFile::GetFileLastModMillis(path.c_str());
         const int64_t age = QzTime::GetCurrentGmtMillis() - modified;
-        if (err == QzOs::ErrFileExists && !broken && modified != 0 && (age > kLockStaleMillis || age < -kLockStaleMillis)) {
-            Log("WARNING", function, "breaking a stale qzvolumes.xml lock, ", QzCat(path, ", ageMillis=", age));
+        if (err == QzOs::ErrFileExists && !broken && modified != 0 &&
+            (age > kLockStaleMillis || age < -kLockStaleMillis)) {
+            Log("WARNING", function, "breaking a stale qzvolumes.xml lock, ",
+                QzCat(path, ", ageMillis=", age));
             QzFile::DeleteFileIfExists(path.c_str());
             broken = true;
             continue;
@@ -98,7 +100,8 @@ bool ParseEntry(const QzString& snippet, QzVolumesXmlEntry* e) {
     GetDecimalAttr(snippet, "numBytesTotalOnVolume", &e->bytesTotal);
     GetDecimalAttr(snippet, "lastTimeVolumeWasSeenAttachedGmtMillis", &e->lastSeenAttachedGmtMillis);
     QzString type;
-    if (QzFile::GetUniqueStrAttrFromXmlSnippet(snippet, "typeOfVolumeTwoCharCode", &type) && type.Length() >= 2) {
+    if (QzFile::GetUniqueStrAttrFromXmlSnippet(snippet, "typeOfVolumeTwoCharCode", &type) &&
+        type.Length() >= 2) {
         e->typeCode[0] = type[0];
         e->typeCode[1] = type[1];
     }
@@ -121,8 +124,8 @@ bool ParseEntry(const QzString& snippet, QzVolumesXmlEntry* e) {
         return false;
     }
     // A mount point is at least "X:"; a zero byte could never come from a path.
-    if (e->mountPoint.Length() < 2 || static_cast<int32_t>(std::strlen(e->mountPoint.c_str())) !=
-                                          e->mountPoint.Length()) {
+    if (e->mountPoint.Length() < 2 ||
+        static_cast<int32_t>(std::strlen(e->mountPoint.c_str())) != e->mountPoint.Length()) {
         Log("ERROR", kRead, "badly_78 formed mountPointPath_OR_BADLY_HEX in line: ", snippet);
         return false;
     }
@@ -154,7 +157,8 @@ const QzString& MachinePart(std::mt19937_64& rng) {
         std::uniform_int_distribution<int64_t> below(0, 99999998);
         s = QzCat(below(rng), below(rng), below(rng), "1234567890");
         s.Truncate(12);
-        Log("WARNING", "CreateNewQzVolumeGuid", "no network adapter address, using a random machine part: ", s);
+        Log("WARNING", "CreateNewQzVolumeGuid",
+            "no network adapter address, using a random machine part: ", s);
         return s;
     }();
     return part;
@@ -213,7 +217,8 @@ QzFile::ReadStatus QzUiUtilInternal::ReadVolumesXml(VolumesXml* regRet) {
     }
     reg.lastShortId = LastShortIdOf(text, kRead);
     QzString staging;
-    reg.staged = QzFile::GetUniqueStrAttrFromXmlSnippet(text, "first_qzinfo_staging", &staging) && staging.Equals("true");
+    reg.staged = QzFile::GetUniqueStrAttrFromXmlSnippet(text, "first_qzinfo_staging", &staging) &&
+                 staging.Equals("true");
     if (!text.Contains("</contents>")) {
         Log("ERROR", kRead, "file exists but was corrupted: ", path);
         return ReadStatus::Malformed;
@@ -251,10 +256,11 @@ bool QzUiUtilInternal::WriteVolumesXml(const VolumesXml& reg) {
         QzUtil::AppendHexEncoded(text, e.mountPoint.c_str(), e.mountPoint.Length());
         text.Append("\" typeOfVolumeTwoCharCode=\"");
         QzUtil::AppendXmlEscaped(text, e.typeCode, static_cast<int32_t>(std::strlen(e.typeCode)));
-        text.Append(QzCat("\" lastTimeVolumeWasSeenAttachedGmtMillis=\"", static_cast<long long>(e.lastSeenAttachedGmtMillis),
-                          "\" numBytesFreeOnVolume=\"", static_cast<long long>(e.bytesFree),
-                          "\" numBytesUsedOnVolume=\"", static_cast<long long>(e.bytesUsed),
-                          "\" numBytesTotalOnVolume=\"", static_cast<long long>(e.bytesTotal), "\" />\n"));
+        text.Append(QzCat("\" lastTimeVolumeWasSeenAttachedGmtMillis=\"",
+                          static_cast<long long>(e.lastSeenAttachedGmtMillis), "\" numBytesFreeOnVolume=\"",
+                          static_cast<long long>(e.bytesFree), "\" numBytesUsedOnVolume=\"",
+                          static_cast<long long>(e.bytesUsed), "\" numBytesTotalOnVolume=\"",
+                          static_cast<long long>(e.bytesTotal), "\" />\n"));
     }
     text.Append("</contents>\n");
     return WriteViaTmpAndSwap(VolumesXmlPath(), text, "QzVolumesXml_WriteQzVolumesXmlFile");
@@ -296,8 +302,9 @@ bool QzVolumesXml_CreateNewQzVolumeGuid(QzString* vguidRet) {
     int64_t next = last + 1;
     if (next == 0x999) next = 0x99a;  // "999" would read as an unknown identity
     if (next > 0xff9) {
-        QzLog::WriteLine(QzCat("ERROR: QzUiUtil::CreateNewQzVolumeGuid high, wrapping to 1, lastAssignedQzVolShortId=",
-                               static_cast<long long>(last)));
+        QzLog::WriteLine(
+            QzCat("ERROR: QzUiUtil::CreateNewQzVolumeGuid high, wrapping to 1, lastAssignedQzVolShortId=",
+                  static_cast<long long>(last)));
         next = 1;
     }
     QzString shortId;
@@ -319,23 +326,26 @@ bool QzVolumesXml_AddNewQzVolumeGuid(const QzString& vguid, const QzString& moun
         return false;
     }
     if (vguid.Length() != 28) {
-        Log("ERROR", kFn, "the28CharVguidIn bad format, wrong length: ", QzCat(vguid.Length(), ", vguid=", vguid));
+        Log("ERROR", kFn,
+            "the28CharVguidIn bad format, wrong length: ", QzCat(vguid.Length(), ", vguid=", vguid));
         return false;
     }
     VolumesXmlLock lock(kFn);
     if (!lock.Held()) return false;
     VolumesXml reg;
     switch (ReadVolumesXml(&reg)) {
-        case QzFile::ReadStatus::Ok: break;
+        case QzFile::ReadStatus::Ok:
+            break;
         case QzFile::ReadStatus::Missing:
             Log("NOTE", kFn, "qzvolumes.xml file did not exist, so freshly creating for mount: ", mountPoint);
             break;
         case QzFile::ReadStatus::Malformed:
-            Log("ERROR", kFn, "qzvolumes.xml could not be parsed, so starting it afresh for mount: ", mountPoint);
+            Log("ERROR", kFn,
+                "qzvolumes.xml could not be parsed, so starting it afresh for mount: ", mountPoint);
             break;
         case QzFile::ReadStatus::Held:
-            Log("ERROR", kFn, "qzvolumes.xml exists but could not be read, so leaving it as it was, mount: ",
-                mountPoint);
+            Log("ERROR", kFn,
+                "qzvolumes.xml exists but could not be read, so leaving it as it was, mount: ", mountPoint);
             return false;
     }
     std::vector<QzVolumesXmlEntry>& entries = reg.entries;

@@ -57,7 +57,9 @@ bool IsValid(const char* s, int32_t len) {
 }
 }  // namespace QzUtf8
 
-QzUtf16String::~QzUtf16String() { std::free(buf_); }
+QzUtf16String::~QzUtf16String() {
+    std::free(buf_);
+}
 
 bool QzUtf16String::Reserve(int32_t units) {
     if (units <= cap_) return true;
@@ -69,22 +71,27 @@ bool QzUtf16String::Reserve(int32_t units) {
 }
 
 namespace {
-bool IsSeparator(char c) { return c == '\\' || c == '/'; }
+bool IsSeparator(char c) {
+    return c == '\\' || c == '/';
+}
 
 // "\\server\share\...", either separator; not the device forms "\\?\" and "\\.\".
 bool IsUncPath(const char* p, int32_t len) {
-    return len >= 3 && IsSeparator(p[0]) && IsSeparator(p[1]) && p[2] != '?' && p[2] != '.' && !IsSeparator(p[2]);
+    return len >= 3 && IsSeparator(p[0]) && IsSeparator(p[1]) && p[2] != '?' && p[2] != '.' &&
+           !IsSeparator(p[2]);
 }
 
 // "C:\..." or "C:/...", and network paths "\\server\share": the paths a
 // long-path prefix can be put before. "\x" and "x\y" are relative.
 bool IsAbsolutePath(const char* p, int32_t len) {
-    if (len >= 3 && ((p[0] | 0x20) >= 'a' && (p[0] | 0x20) <= 'z') && p[1] == ':' && IsSeparator(p[2])) return true;
+    if (len >= 3 && ((p[0] | 0x20) >= 'a' && (p[0] | 0x20) <= 'z') && p[1] == ':' && IsSeparator(p[2]))
+        return true;
     return IsUncPath(p, len);
 }
 }  // namespace
 
-bool QzUtf16String::ConvertUtf8QzStringToUtf16(const char* utf8, int32_t len, bool asPath, int32_t initialUnits) {
+bool QzUtf16String::ConvertUtf8QzStringToUtf16(const char* utf8, int32_t len, bool asPath,
+                                               int32_t initialUnits) {
     return Convert(utf8, len, asPath ? Form::Path : Form::Text, initialUnits);
 }
 

@@ -39,7 +39,6 @@ bool ParseHex64(const char* text, int32_t len, int64_t* valueRet) {
     return true;
 }
 
-
 namespace {
 int HexValue(char c) {
     if (c >= '0' && c <= '9') return c - '0';
@@ -63,7 +62,8 @@ bool AppendHexDecoded(QzString& out, const char* hex, int32_t len) {
     if (!hex || len < 0 || len % 2 != 0) return false;
     for (int32_t i = 0; i < len; ++i)
         if (HexValue(hex[i]) < 0) return false;
-    for (int32_t i = 0; i < len; i += 2) out.AppendChar(static_cast<char>(HexValue(hex[i]) * 16 + HexValue(hex[i + 1])));
+    for (int32_t i = 0; i < len; i += 2)
+        out.AppendChar(static_cast<char>(HexValue(hex[i]) * 16 + HexValue(hex[i + 1])));
     return true;
 }
 
@@ -72,12 +72,23 @@ void AppendXmlEscaped(QzString& out, const char* text, int32_t len) {
     for (int32_t i = 0; i < len; ++i) {
         const char* entity = nullptr;
         switch (text[i]) {
-            case '<': entity = "&lt;"; break;
-            case '>': entity = "&gt;"; break;
-            case '&': entity = "&amp;"; break;
-            case '"': entity = "&quot;"; break;
-            case '\'': entity = "&apos;"; break;
-            default: continue;
+            case '<':
+                entity = "&lt;";
+                break;
+            case '>':
+                entity = "&gt;";
+                break;
+            case '&':
+                entity = "&amp;";
+                break;
+            case '"':
+                entity = "&quot;";
+                break;
+            case '\'':
+                entity = "&apos;";
+                break;
+            default:
+                continue;
         }
         out.Append(text + start, i - start);
         out.Append(entity);
@@ -109,4 +120,3 @@ void AppendHumanReadableBytes(QzString& out, int64_t bytes) {
 }
 
 }  // namespace QzUtil
-

@@ -27,7 +27,9 @@ bool AppendHexDecoded(QzString& out, const char* hex, int32_t len);
 
 // Appends text with &, <, >, " and ' written as entities.
 void AppendXmlEscaped(QzString& out, const char* text, int32_t len);
-inline void AppendXmlEscaped(QzString& out, const QzString& text) { AppendXmlEscaped(out, text.c_str(), text.Length()); }
+inline void AppendXmlEscaped(QzString& out, const QzString& text) {
+    AppendXmlEscaped(out, text.c_str(), text.Length());
+}
 
 // "1.5 GB", "12.0 MB", "512 bytes": sizes for people.
 void AppendHumanReadableBytes(QzString& out, int64_t bytes);

@@ -113,12 +113,12 @@ using Handle = intptr_t;
 constexpr Handle kInvalidHandle = -1;
 
 enum class OpenMode {
-    ReadShared,      // GENERIC_READ, share read+write, open existing
-    ReadShareRead,   // GENERIC_READ, share read, open existing
-    ReadExclusive,   // GENERIC_READ, no sharing, open existing
-    CreateNew,       // read+write, share read+write, fails if the file exists
-    CreateAlways,    // write, share read, create or truncate
-    Append,          // append only, share read+write, create if missing
+    ReadShared,     // GENERIC_READ, share read+write, open existing
+    ReadShareRead,  // GENERIC_READ, share read, open existing
+    ReadExclusive,  // GENERIC_READ, no sharing, open existing
+    CreateNew,      // read+write, share read+write, fails if the file exists
+    CreateAlways,   // write, share read, create or truncate
+    Append,         // append only, share read+write, create if missing
 };
 
 uint32_t OpenFile(const char* path, OpenMode mode, Handle* handleRet);
@@ -172,7 +172,7 @@ uint32_t ReadRegistryString(const char* keyPath, const char* valueName, QzString
 // Process and machine.
 uint32_t GetCurrentProcessId();
 struct MemoryCounters {
-    int64_t pagefileUsage = 0;  // virtual memory committed by the process
+    int64_t pagefileUsage = 0;   // virtual memory committed by the process
     int64_t workingSetSize = 0;  // resident memory
 };
 bool GetProcessMemoryCounters(MemoryCounters* countersRet);
@@ -209,7 +209,7 @@ struct OsDescription {
     QzString version;      // e.g. "10.0.19045", kernel release
     QzString build;        // build or extra detail, may be empty
     QzString machineName;
-    QzString hostNote;     // e.g. "Wine 8.0" when running under a compatibility layer
+    QzString hostNote;  // e.g. "Wine 8.0" when running under a compatibility layer
 };
 void GetOsDescription(OsDescription* descRet);
 
@@ -265,6 +265,7 @@ struct RegistryKeyStrings {
 // Every direct subkey of an HKEY_LOCAL_MACHINE key in the given view, each
 // with its string values, in the order the registry returns them. The POSIX
 // build has no registry: ErrNotSupported.
-uint32_t ReadRegistrySubkeyStrings(const char* keyPath, RegistryView view, std::vector<RegistryKeyStrings>* keysRet);
+uint32_t ReadRegistrySubkeyStrings(const char* keyPath, RegistryView view,
+                                   std::vector<RegistryKeyStrings>* keysRet);
 
 }  // namespace QzOs

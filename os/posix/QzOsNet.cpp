@@ -17,7 +17,8 @@ namespace {
 bool ParseMac(const std::string& text, unsigned char mac[6]) {
     unsigned v[6];
     char tail = 0;
-    if (std::sscanf(text.c_str(), "%2x:%2x:%2x:%2x:%2x:%2x%c", &v[0], &v[1], &v[2], &v[3], &v[4], &v[5], &tail) != 6)
+    if (std::sscanf(text.c_str(), "%2x:%2x:%2x:%2x:%2x:%2x%c", &v[0], &v[1], &v[2], &v[3], &v[4], &v[5],
+                    &tail) != 6)
         return false;
     for (int i = 0; i < 6; ++i) mac[i] = static_cast<unsigned char>(v[i]);
     return true;

@@ -61,7 +61,8 @@ bool IsNetworkFs(long magic) {
         case 0xFE534D42:  // SMB2
         case 0x517B:      // SMB
             return true;
-        default: return false;
+        default:
+            return false;
     }
 }
 }  // namespace
@@ -74,7 +75,8 @@ uint32_t GetDriveType(const char* rootPath) {
         const posix::Drive d = posix::LookupDrive(p[0]);
         if (!d.mapped) return DriveNoRootDir;
         struct stat st;
-        if (::stat(d.dir.empty() ? "/" : d.dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) return DriveNoRootDir;
+        if (::stat(d.dir.empty() ? "/" : d.dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))
+            return DriveNoRootDir;
         return d.type;
     }
     // A folder: only a mount point (a directory on another device than its
@@ -108,19 +110,38 @@ uint32_t GetVolumeInformation(const char* rootPath, VolumeInfo* infoRet) {
     if (err) return err;
     struct statfs fs;
     struct stat st;
-    if (::statfs(path.c_str(), &fs) != 0 || ::stat(path.c_str(), &st) != 0) return posix::MapPathErrno(errno, path);
+    if (::statfs(path.c_str(), &fs) != 0 || ::stat(path.c_str(), &st) != 0)
+        return posix::MapPathErrno(errno, path);
     const char* name;
     uint32_t flags = 0x1 | 0x2;  // case-sensitive search, case-preserved names
     switch (static_cast<unsigned long>(fs.f_type)) {
-        case 0x65735546: name = "FUSE"; break;
-        case 0xEF53: name = "EXT4"; break;
-        case 0x9123683E: name = "BTRFS"; break;
-        case 0x58465342: name = "XFS"; break;
-        case 0x01021994: name = "TMPFS"; break;
-        case 0x794C7630: name = "OVERLAYFS"; break;
-        case 0x4d44: name = "FAT32", flags = 0x2; break;
-        case 0x5346544e: name = "NTFS"; break;
-        default: name = IsNetworkFs(static_cast<long>(fs.f_type)) ? "NETWORK" : "UNKNOWN"; break;
+        case 0x65735546:
+            name = "FUSE";
+            break;
+        case 0xEF53:
+            name = "EXT4";
+            break;
+        case 0x9123683E:
+            name = "BTRFS";
+            break;
+        case 0x58465342:
+            name = "XFS";
+            break;
+        case 0x01021994:
+            name = "TMPFS";
+            break;
+        case 0x794C7630:
+            name = "OVERLAYFS";
+            break;
+        case 0x4d44:
+            name = "FAT32", flags = 0x2;
+            break;
+        case 0x5346544e:
+            name = "NTFS";
+            break;
+        default:
+            name = IsNetworkFs(static_cast<long>(fs.f_type)) ? "NETWORK" : "UNKNOWN";
+            break;
     }
     infoRet->fileSystemName.Set(name);
     infoRet->serialNumber = static_cast<uint32_t>(st.st_dev);

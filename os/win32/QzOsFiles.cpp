@@ -264,8 +264,9 @@ uint32_t DeleteFile(const char* path) {
 uint32_t SetFileLastWriteTime(const char* path, int64_t lastWriteTime) {
     QzUtf16String wpath;
     if (!WidePath(path, &wpath)) return ErrNoUnicodeTranslation;
-    const HANDLE h = ::CreateFileW(W(wpath), FILE_WRITE_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                   nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    const HANDLE h =
+        ::CreateFileW(W(wpath), FILE_WRITE_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (h == INVALID_HANDLE_VALUE) return LastError();
     const FILETIME ft = ToFileTime(lastWriteTime);
     const uint32_t err = ::SetFileTime(h, nullptr, nullptr, &ft) ? 0 : LastError();

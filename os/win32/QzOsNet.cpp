@@ -1,8 +1,7 @@
 // Network adapter queries for the Windows layer, through the IP Helper API.
-#include <winsock2.h>  // before windows.h, which would otherwise pull in winsock 1
-#include <windows.h>
-
 #include <iphlpapi.h>
+#include <windows.h>
+#include <winsock2.h>  // before windows.h, which would otherwise pull in winsock 1
 
 #include <algorithm>
 #include <vector>

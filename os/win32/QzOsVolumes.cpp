@@ -10,7 +10,9 @@ namespace QzOs {
 
 using namespace win32;
 
-uint32_t GetLogicalDrives() { return static_cast<uint32_t>(::GetLogicalDrives()); }
+uint32_t GetLogicalDrives() {
+    return static_cast<uint32_t>(::GetLogicalDrives());
+}
 
 uint32_t GetDriveType(const char* rootPath) {
     QzUtf16String wroot;
@@ -36,7 +38,8 @@ uint32_t GetVolumeInformation(const char* rootPath, VolumeInfo* infoRet) {
     DWORD serial = 0;
     DWORD maxComponent = 0;
     DWORD flags = 0;
-    if (!::GetVolumeInformationW(W(wroot), nullptr, 0, &serial, &maxComponent, &flags, fsName, MAX_PATH + 1)) {
+    if (!::GetVolumeInformationW(W(wroot), nullptr, 0, &serial, &maxComponent, &flags, fsName,
+                                 MAX_PATH + 1)) {
         return LastError();
     }
     AssignWide(fsName, &infoRet->fileSystemName);

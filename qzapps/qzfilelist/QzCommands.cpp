@@ -2,13 +2,13 @@
 // case-sensitively on the first argument. Every command prints its result on
 // standard output and ends the process; unknown switches exit 0 so the
 // service never mistakes them for a crash.
+#include "QzCommands.h"
+
 #include <cstdio>
 #include <cstring>
 
-#include "QzCommands.h"
 #include "QzDataPaths.h"
 #include "QzFile.h"
-#include "qzfilelist.h"
 #include "QzFileLocations.h"
 #include "QzInfoManager.h"
 #include "QzLog.h"
@@ -17,6 +17,7 @@
 #include "QzSystem.h"
 #include "QzTime.h"
 #include "QzUtil.h"
+#include "qzfilelist.h"
 
 namespace {
 
@@ -67,7 +68,8 @@ int PrintMemUsage(const Args&) {
     QzUtil::AppendHumanReadableBytes(resident, mem.residentBytes);
     QzUtil::AppendHumanReadableBytes(virt, mem.virtualBytes);
     std::printf("ResidentMem: %s (%lld)\nVirtualMem: %s (%lld)\n", resident.c_str(),
-                static_cast<long long>(mem.residentBytes), virt.c_str(), static_cast<long long>(mem.virtualBytes));
+                static_cast<long long>(mem.residentBytes), virt.c_str(),
+                static_cast<long long>(mem.virtualBytes));
     return 0;
 }
 
@@ -223,7 +225,8 @@ const Command* Find(const Command* begin, const Command* end, const Args& args) 
                 ExitQzFileList(1);
             }
             break;
-        default: break;
+        default:
+            break;
     }
     ExitQzFileList(c.run(args));
 }

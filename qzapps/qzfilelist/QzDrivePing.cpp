@@ -12,7 +12,6 @@
 #include <vector>
 
 #include "QzFile.h"
-#include "qzfilelist.h"
 #include "QzFileRead.h"
 #include "QzFileVolumes.h"
 #include "QzFileWrite.h"
@@ -22,6 +21,7 @@
 #include "QzOs.h"
 #include "QzSystem.h"
 #include "QzTime.h"
+#include "qzfilelist.h"
 
 namespace {
 

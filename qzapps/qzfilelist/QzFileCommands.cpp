@@ -8,17 +8,19 @@
 #include "QzFastFileReader.h"
 #include "QzFile.h"
 #include "QzFileInfo.h"
-#include "qzfilelist.h"
 #include "QzFileListing.h"
 #include "QzFileLocations.h"
 #include "QzLog.h"
 #include "QzOs.h"
 #include "QzSystem.h"
 #include "QzTime.h"
+#include "qzfilelist.h"
 
 namespace {
 
-const char* TrueFalse(bool b) { return b ? "true" : "false"; }
+const char* TrueFalse(bool b) {
+    return b ? "true" : "false";
+}
 
 QzString TimeText(int64_t millis) {
     QzString s;
@@ -41,8 +43,10 @@ void PrintFileDetails(const QzString& path, const QzOs::FileAttrData& attrs) {
     std::printf("  isBundlePackageDir: %s\n", "false");
     std::printf("  isAliasFile: %s\n", "false");
     std::printf("  isAppropriateToModifyFile: %s\n", TrueFalse(modifiable));
-    std::printf("  creationTime (GMT): %s\n", TimeText(QzTime::FileTimeToGmtMillis(attrs.creationTime)).c_str());
-    std::printf("  lastModifiedTime (GMT): %s\n", TimeText(QzTime::FileTimeToGmtMillis(attrs.lastWriteTime)).c_str());
+    std::printf("  creationTime (GMT): %s\n",
+                TimeText(QzTime::FileTimeToGmtMillis(attrs.creationTime)).c_str());
+    std::printf("  lastModifiedTime (GMT): %s\n",
+                TimeText(QzTime::FileTimeToGmtMillis(attrs.lastWriteTime)).c_str());
 }
 
 // Reads every byte of the file in fixed-size chunks; returns the count or -1
@@ -92,11 +96,14 @@ void PrintAccessReport(const QzString& path) {
 
     QzString detail;
     const int64_t bytes = ReadAllBytes(path.c_str(), &detail);
-    if (bytes >= 0) std::printf("  successfully_read_in_file: %s bytes\n", QzCat(static_cast<long long>(bytes)).c_str());
-    else std::printf("  failed_to_read_file, detail=%s\n", detail.c_str());
+    if (bytes >= 0)
+        std::printf("  successfully_read_in_file: %s bytes\n", QzCat(static_cast<long long>(bytes)).c_str());
+    else
+        std::printf("  failed_to_read_file, detail=%s\n", detail.c_str());
 
     bool may = QzOs::AccountMayReadFile(path.c_str(), nullptr, &detail);
-    std::printf("  my_current_login_has_rights_to_read_file: %s, detail=%s\n", TrueFalse(may), detail.c_str());
+    std::printf("  my_current_login_has_rights_to_read_file: %s, detail=%s\n", TrueFalse(may),
+                detail.c_str());
     if (serviceAccount.Equals("qzunknown")) {
         may = false;
         detail.Set("service_account_unknown");
@@ -130,7 +137,8 @@ int DirList(const Args& args, bool detail) {
         std::printf("Directory contained zero files: %s\n", dir.c_str());
         return 0;
     }
-    std::printf(detail ? "DirList of %d items for: %s\n\n" : "DirList of %d items for: %s\n", list.Count(), dir.c_str());
+    std::printf(detail ? "DirList of %d items for: %s\n\n" : "DirList of %d items for: %s\n", list.Count(),
+                dir.c_str());
     for (int32_t i = 0; i < list.Count(); ++i) {
         const QzFileInfo* f = list.At(i);
         std::printf(" Item %3d - %s: %s\n", i, f->isDirectory ? " dir" : "file", f->Name());
@@ -152,8 +160,12 @@ int DirList(const Args& args, bool detail) {
 
 }  // namespace
 
-int CmdDirList(const Args& args) { return DirList(args, false); }
-int CmdDirListDetail(const Args& args) { return DirList(args, true); }
+int CmdDirList(const Args& args) {
+    return DirList(args, false);
+}
+int CmdDirListDetail(const Args& args) {
+    return DirList(args, true);
+}
 
 int CmdFileInfo(const Args& args) {
     const QzString& path = args[2];
@@ -176,8 +188,8 @@ int CmdDiagnoseReadProblem(const Args& args) {
     if (code == QZ_FILE_NO_ERROR) {
         std::printf("File exists, and there was no problem reading the file.\n");
     } else if (code == QZ_FILE_PERMANENT_DOES_NOT_EXIST || code == QZ_FILE_TEMPORARY_DRIVE_UNPLUGGED) {
-        std::printf("QzFile::DiagnoseFileReadProblem failed - file does not exist: %s, errStr=%s\n", path.c_str(),
-                    name.c_str());
+        std::printf("QzFile::DiagnoseFileReadProblem failed - file does not exist: %s, errStr=%s\n",
+                    path.c_str(), name.c_str());
     } else {
         std::printf("File exists, could not read for intReason=%d, strReason=%s\n", code, name.c_str());
     }
@@ -241,7 +253,8 @@ int CmdDllInfo(const Args& args) {
     }
     uint32_t total = 0;
     for (uint32_t got = 1; got > 0 && total < sizeof head;) {
-        if (QzOs::ReadFile(h, head + total, static_cast<uint32_t>(sizeof head) - total, &got) != QzOs::ErrSuccess) {
+        if (QzOs::ReadFile(h, head + total, static_cast<uint32_t>(sizeof head) - total, &got) !=
+            QzOs::ErrSuccess) {
             QzOs::CloseFile(h);
             std::printf("File could not be read by ReadFirstNbytesIntoBuf\n");
             return 0;
@@ -294,12 +307,12 @@ int CmdGrep(const Args& args) {
         return 0;
     }
     std::printf("Grep returned the following for file: %s\n", file.c_str());
-    const bool ok = reader.Grep(pattern.c_str(), ignoreCase, 10000,
-                                [](int64_t lineNumber, const char* line, int32_t len, bool) {
-                                    std::printf("Line %s: ", QzCat(static_cast<long long>(lineNumber)).c_str());
-                                    std::fwrite(line, 1, static_cast<size_t>(len), stdout);
-                                    std::fputc('\n', stdout);
-                                });
+    const bool ok = reader.Grep(
+        pattern.c_str(), ignoreCase, 10000, [](int64_t lineNumber, const char* line, int32_t len, bool) {
+            std::printf("Line %s: ", QzCat(static_cast<long long>(lineNumber)).c_str());
+            std::fwrite(line, 1, static_cast<size_t>(len), stdout);
+            std::fputc('\n', stdout);
+        });
     if (!ok) {
         std::printf("An error occurred, is the file readable?, errStr=%s\n", reader.Error().c_str());
         return 0;

@@ -4,13 +4,13 @@
 
 #include "QzFile.h"
 #include "QzFileInfo.h"
+#include "QzFileListing.h"
+#include "QzFileWrite.h"
 #include "QzInfoManager.h"
 #include "QzLog.h"
 #include "QzPathAnomaly.h"
 #include "QzTime.h"
 #include "QzTopDirs.h"
-#include "QzFileListing.h"
-#include "QzFileWrite.h"
 
 namespace QzFileListWriter {
 

@@ -2,14 +2,14 @@
 
 #include "QzDataPaths.h"
 #include "QzFile.h"
+#include "QzFileLocations.h"
 #include "QzFileRead.h"
 #include "QzFileWrite.h"
+#include "QzFileXml.h"
 #include "QzLog.h"
 #include "QzSystem.h"
 #include "QzTime.h"
 #include "QzUtil.h"
-#include "QzFileLocations.h"
-#include "QzFileXml.h"
 
 namespace QzFileStats {
 
@@ -167,9 +167,11 @@ bool ReadFileStatsBack(const QzString& path, Counters* counters) {
     for (int i = 0; i < kNumCategories; ++i) {
         const CounterNames names = ReadName(i);
         int64_t v = 0;
-        if (QzFile::GetUniqueStrAttrFromXmlSnippet(text, names.num, &value) && QzUtil::ParseDecimal(value, &v))
+        if (QzFile::GetUniqueStrAttrFromXmlSnippet(text, names.num, &value) &&
+            QzUtil::ParseDecimal(value, &v))
             counters->num[i] = v;
-        if (QzFile::GetUniqueStrAttrFromXmlSnippet(text, names.bytes, &value) && QzUtil::ParseDecimal(value, &v))
+        if (QzFile::GetUniqueStrAttrFromXmlSnippet(text, names.bytes, &value) &&
+            QzUtil::ParseDecimal(value, &v))
             counters->bytes[i] = v;
     }
     return true;

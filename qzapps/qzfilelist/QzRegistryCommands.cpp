@@ -17,7 +17,9 @@
 
 namespace {
 
-void PrintVerdict(const QzString& verdict) { std::printf("%s\n", verdict.c_str()); }
+void PrintVerdict(const QzString& verdict) {
+    std::printf("%s\n", verdict.c_str());
+}
 
 // The 16-character label of a volume selected for backup.
 const char* SelectedLabel(const QzVolumeInfo* attached) {
@@ -110,8 +112,8 @@ int CmdUpdateQzDefconXml(const Args&) {
     QzVolumeInfo volume;
     QzVolDefconRecord record;
     if (QzUiUtil::QzVolDefcon_filelist_DefconIsElevated_AND_DefconVolIsAttached(&volume, &record))
-        std::printf("A Defcon elevated drive is attached, defcon=%d, mountPoint=%s, volId=%s\n", record.defconLevel,
-                    volume.mountPoint.c_str(), record.volumeGuid.c_str());
+        std::printf("A Defcon elevated drive is attached, defcon=%d, mountPoint=%s, volId=%s\n",
+                    record.defconLevel, volume.mountPoint.c_str(), record.volumeGuid.c_str());
     else
         std::printf("Defcon is NOT actionable - either not elevated, or or drive is not attached.\n");
     return 0;
@@ -142,7 +144,8 @@ int CmdListVolumes(const Args&) {
         for (const QzSettings::SelectedVolume& s : selected)
             isSelected = isSelected || (!d.volumeGuid.IsEmpty() && s.volumeGuid.Equals(d.volumeGuid));
         if (isSelected) continue;
-        std::printf("%svguid=%s\n", AvailableLabel(d.typeCode), d.volumeGuid.IsEmpty() ? "none" : d.volumeGuid.c_str());
+        std::printf("%svguid=%s\n", AvailableLabel(d.typeCode),
+                    d.volumeGuid.IsEmpty() ? "none" : d.volumeGuid.c_str());
     }
     std::printf("ALL DONE\n");
     return 0;
@@ -150,12 +153,14 @@ int CmdListVolumes(const Args&) {
 
 int CmdListVolumesToFile(const Args& args) {
     const QzString prefix = QzCat(QzFile::DataPath(QzFile::DataFile::FlagsFolder), "/");
-    const QzString target = args.size() >= 3
-                                ? args[2]
-                                : QzCat(prefix, static_cast<long long>(QzTime::GetCurrentGmtMillis()), "_list_volumes.txt");
+    const QzString target =
+        args.size() >= 3
+            ? args[2]
+            : QzCat(prefix, static_cast<long long>(QzTime::GetCurrentGmtMillis()), "_list_volumes.txt");
     if (target.Length() <= 39 || !target.StartsWith(prefix.c_str())) {
         // The prefix ends in "/" and the format adds another; both are printed.
-        const QzString message = QzCat("ERROR: The output file argument was too short or did not begin with ", prefix);
+        const QzString message =
+            QzCat("ERROR: The output file argument was too short or did not begin with ", prefix);
         QzLog::WriteLine(QzCat(message, "/"));
         std::printf("%s/\n", message.c_str());
         return 1;
@@ -168,15 +173,17 @@ int CmdListVolumesToFile(const Args& args) {
     }
     QzString text;
     for (const QzVolumeInfo& v : volumes) {
-        text.Append(QzCat(v.volumeGuid.Length() == 28 ? v.volumeGuid : QzString("qzunknown___________________"), ",",
-                          v.typeCode, ",",
-                          v.associatedHguid.Length() == 24 ? v.associatedHguid : QzString("qzunknown_______________"), ",",
-                          v.mountPoint, "\n"));
+        text.Append(
+            QzCat(v.volumeGuid.Length() == 28 ? v.volumeGuid : QzString("qzunknown___________________"), ",",
+                  v.typeCode, ",",
+                  v.associatedHguid.Length() == 24 ? v.associatedHguid : QzString("qzunknown_______________"),
+                  ",", v.mountPoint, "\n"));
     }
     int32_t slash = target.Length() - 1;
     while (slash >= 0 && target[slash] != '/' && target[slash] != '\\') --slash;
     const QzString dir(target.c_str(), slash);
-    if (!QzFile::CreateDirectoryRecursive(dir.c_str())) QzLog::WriteLine(QzCat("ERROR: Could not create the directory ", dir));
+    if (!QzFile::CreateDirectoryRecursive(dir.c_str()))
+        QzLog::WriteLine(QzCat("ERROR: Could not create the directory ", dir));
     QzFile::ReplacePolicy policy;
     policy.tmpSuffix = ".qztmp";
     QzFile::ReplaceResult r;

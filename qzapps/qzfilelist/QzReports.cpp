@@ -11,6 +11,7 @@
 
 #include "QzDataPaths.h"
 #include "QzFile.h"
+#include "QzFileLocations.h"
 #include "QzFileRead.h"
 #include "QzFileWrite.h"
 #include "QzInfoManager.h"
@@ -18,7 +19,6 @@
 #include "QzOs.h"
 #include "QzSystem.h"
 #include "QzTime.h"
-#include "QzFileLocations.h"
 
 namespace QzReports {
 

@@ -6,6 +6,7 @@
 #include "QzDataPaths.h"
 #include "QzFile.h"
 #include "QzFileInfo.h"
+#include "QzFileListing.h"
 #include "QzFileWrite.h"
 #include "QzInfoManager.h"
 #include "QzLock.h"
@@ -16,7 +17,6 @@
 #include "QzTopDirs.h"
 #include "QzUiUtil.h"
 #include "qzfilelist.h"
-#include "QzFileListing.h"
 
 namespace QzScanRun {
 

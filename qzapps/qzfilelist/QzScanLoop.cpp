@@ -4,6 +4,7 @@
 // swap of an elevated volume's list after each entry.
 #include "QzFile.h"
 #include "QzFileListWriter.h"
+#include "QzFileWrite.h"
 #include "QzLock.h"
 #include "QzLog.h"
 #include "QzScanRun.h"
@@ -11,7 +12,6 @@
 #include "QzTopDirs.h"
 #include "QzUiUtil.h"
 #include "qzfilelist.h"
-#include "QzFileWrite.h"
 
 namespace QzScanRun {
 

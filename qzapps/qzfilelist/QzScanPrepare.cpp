@@ -6,7 +6,10 @@
 #include "QzDataPaths.h"
 #include "QzFile.h"
 #include "QzFileInfo.h"
+#include "QzFileListing.h"
+#include "QzFileLocations.h"
 #include "QzFileRead.h"
+#include "QzFileWrite.h"
 #include "QzInfoManager.h"
 #include "QzLock.h"
 #include "QzLog.h"
@@ -16,9 +19,6 @@
 #include "QzTopDirs.h"
 #include "QzUiUtil.h"
 #include "qzfilelist.h"
-#include "QzFileListing.h"
-#include "QzFileWrite.h"
-#include "QzFileLocations.h"
 
 namespace QzScanRun {
 
@@ -62,15 +62,16 @@ void LogAlertLevels(const QzScanState& run) {
     }
     // One message: the header line and a line per volume, indented so the
     // columns stand under the header's text.
-    QzString msg = QzCat("All_Volume_Defcon_Level=", level, ", listing ", static_cast<long long>(records.size()),
-                         " volumes below:\n");
+    QzString msg = QzCat("All_Volume_Defcon_Level=", level, ", listing ",
+                         static_cast<long long>(records.size()), " volumes below:\n");
     for (size_t i = 0; i < records.size(); ++i) {
         const QzVolDefconRecord& r = records[i];
         msg.Append(QzCat("                   defcon_volume_index=", static_cast<long long>(i),
-                         ", qzVol_defconLevel=", r.defconLevel, ", qzVol_lastFileListedInDays=",
-                         r.lastFileListedInDays, r.lastFileListedInDays < 10 ? " " : "",
-                         ", qzVol_lastSeenInDays=", r.lastSeenInDays, ", qzVol_lastFilePushedInDays=",
-                         r.lastFilePushedInDays, ", mountPointPath=", r.mountPoint, "\n"));
+                         ", qzVol_defconLevel=", r.defconLevel,
+                         ", qzVol_lastFileListedInDays=", r.lastFileListedInDays,
+                         r.lastFileListedInDays < 10 ? " " : "", ", qzVol_lastSeenInDays=", r.lastSeenInDays,
+                         ", qzVol_lastFilePushedInDays=", r.lastFilePushedInDays,
+                         ", mountPointPath=", r.mountPoint, "\n"));
     }
     QzLog::WriteLine(msg);
 }

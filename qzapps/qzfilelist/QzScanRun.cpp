@@ -4,13 +4,13 @@
 #include "QzScanRun.h"
 
 #include "QzFile.h"
+#include "QzFileVolumes.h"
 #include "QzFileWrite.h"
 #include "QzLock.h"
 #include "QzLog.h"
 #include "QzSystem.h"
 #include "QzTime.h"
 #include "qzfilelist.h"
-#include "QzFileVolumes.h"
 
 namespace QzScanRun {
 

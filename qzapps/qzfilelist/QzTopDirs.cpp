@@ -5,18 +5,18 @@
 #include "QzDataPaths.h"
 #include "QzFile.h"
 #include "QzFileInfo.h"
+#include "QzFileListing.h"
+#include "QzFileLocations.h"
 #include "QzFileRead.h"
+#include "QzFileVolumes.h"
 #include "QzFileWrite.h"
+#include "QzFileXml.h"
 #include "QzInfoManager.h"
 #include "QzLog.h"
 #include "QzPathAnomaly.h"
 #include "QzSystem.h"
 #include "QzTime.h"
 #include "QzUtil.h"
-#include "QzFileListing.h"
-#include "QzFileVolumes.h"
-#include "QzFileXml.h"
-#include "QzFileLocations.h"
 
 void QzTopDirs::Add(char flag, const QzString& dir, const QzString& vguid) {
     // Room for 50 entries at first, then in steps of a hundred.
@@ -304,11 +304,13 @@ bool ReadTopDirsXmlFile(const QzString& path, QzTopDirs* t) {
         QzLog::WriteLine(QzCat("ERROR: ReadTopDirsXmlFile - no attr millis_to_produce in: ", path));
         return false;
     }
-    if (!QzFile::GetUniqueStrAttrFromXmlSnippet(statsText, "gmt_millis", &v) || !QzUtil::ParseHex64(v, &gmtMillis)) {
+    if (!QzFile::GetUniqueStrAttrFromXmlSnippet(statsText, "gmt_millis", &v) ||
+        !QzUtil::ParseHex64(v, &gmtMillis)) {
         QzLog::WriteLine(QzCat("ERROR: ReadTopDirsXmlFile - no attr gmt_millis in: ", path));
         return false;
     }
-    if (!QzFile::GetUniqueStrAttrFromXmlSnippet(statsText, "next_to_index", &v) || !QzUtil::ParseDecimal(v, &next)) {
+    if (!QzFile::GetUniqueStrAttrFromXmlSnippet(statsText, "next_to_index", &v) ||
+        !QzUtil::ParseDecimal(v, &next)) {
         QzLog::WriteLine(QzCat("ERROR: ReadTopDirsXmlFile - no attr next_to_index in: ", path));
         return false;
     }
@@ -353,7 +355,8 @@ bool ReadTopDirsXmlFile(const QzString& path, QzTopDirs* t) {
                                        "associated volume for path:", dir));
         }
         int64_t secsToScan = 0;
-        if (!QzFile::GetUniqueStrAttrFromXmlSnippet(d, "secs_to_scan", &s) || !QzUtil::ParseDecimal(s, &secsToScan))
+        if (!QzFile::GetUniqueStrAttrFromXmlSnippet(d, "secs_to_scan", &s) ||
+            !QzUtil::ParseDecimal(s, &secsToScan))
             QzLog::WriteLine(QzCat("ERROR: ReadTopDirsXmlFile - no secs_to_scan in: ", path));
         const int32_t index = t->Count();
         t->Add(p[0], dir, vguid);

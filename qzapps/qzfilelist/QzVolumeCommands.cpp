@@ -3,12 +3,12 @@
 #include <vector>
 
 #include "QzCommands.h"
-#include "qzfilelist.h"
 #include "QzFileVolumes.h"
 #include "QzInfoManager.h"
 #include "QzLog.h"
 #include "QzUiUtil.h"
 #include "QzVolumeInfo.h"
+#include "qzfilelist.h"
 
 namespace {
 

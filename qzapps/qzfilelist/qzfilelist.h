@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "QzString.h"
-
 #include "QzVersion.h"
 
 constexpr const char* kQzFileListVersion = kQzProgramVersion;

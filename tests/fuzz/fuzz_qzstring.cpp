@@ -25,13 +25,17 @@ void Check(bool ok, const char* what, long long a = 0, long long b = 0) {
     std::abort();
 }
 
-std::string_view View(const QzString& s) { return {s.c_str(), static_cast<size_t>(s.Length())}; }
+std::string_view View(const QzString& s) {
+    return {s.c_str(), static_cast<size_t>(s.Length())};
+}
 
 void CheckSame(const QzString& s, const std::string& model, const char* step) {
-    Check(s.Length() == static_cast<int32_t>(model.size()), step, s.Length(), static_cast<long long>(model.size()));
+    Check(s.Length() == static_cast<int32_t>(model.size()), step, s.Length(),
+          static_cast<long long>(model.size()));
     Check(View(s) == model, step);
     Check(s.c_str()[s.Length()] == '\0', "not zero-terminated after", s.Length());
-    if (s.Capacity() > 0) Check(s.Capacity() > s.Length(), "capacity does not cover the terminator", s.Capacity());
+    if (s.Capacity() > 0)
+        Check(s.Capacity() > s.Length(), "capacity does not cover the terminator", s.Capacity());
 }
 
 std::string Lower(std::string s) {
@@ -40,9 +44,13 @@ std::string Lower(std::string s) {
     return s;
 }
 
-int Sign(int v) { return (v > 0) - (v < 0); }
+int Sign(int v) {
+    return (v > 0) - (v < 0);
+}
 
-int ModelCompare(const std::string& a, const std::string& b) { return Sign(a.compare(b)); }
+int ModelCompare(const std::string& a, const std::string& b) {
+    return Sign(a.compare(b));
+}
 
 int32_t ModelFind(const std::string& hay, const std::string& needle, int32_t from) {
     const size_t start = from < 0 ? 0 : static_cast<size_t>(from);
@@ -50,7 +58,9 @@ int32_t ModelFind(const std::string& hay, const std::string& needle, int32_t fro
     return p == std::string::npos ? -1 : static_cast<int32_t>(p);
 }
 
-std::string CStrPrefix(const std::string& s) { return std::string(s.c_str()); }
+std::string CStrPrefix(const std::string& s) {
+    return std::string(s.c_str());
+}
 
 // Strict UTF-8 by the table of well-formed byte sequences: no overlong
 // forms, no surrogates, nothing above U+10FFFF.
@@ -62,15 +72,24 @@ bool ModelValidUtf8(std::string_view s) {
         const unsigned char c = u[i];
         size_t k = 0;
         unsigned lo = 0x80, hi = 0xBF;
-        if (c <= 0x7F) k = 0;
-        else if (in(c, 0xC2, 0xDF)) k = 1;
-        else if (c == 0xE0) k = 2, lo = 0xA0;
-        else if (in(c, 0xE1, 0xEC) || in(c, 0xEE, 0xEF)) k = 2;
-        else if (c == 0xED) k = 2, hi = 0x9F;
-        else if (c == 0xF0) k = 3, lo = 0x90;
-        else if (in(c, 0xF1, 0xF3)) k = 3;
-        else if (c == 0xF4) k = 3, hi = 0x8F;
-        else return false;
+        if (c <= 0x7F)
+            k = 0;
+        else if (in(c, 0xC2, 0xDF))
+            k = 1;
+        else if (c == 0xE0)
+            k = 2, lo = 0xA0;
+        else if (in(c, 0xE1, 0xEC) || in(c, 0xEE, 0xEF))
+            k = 2;
+        else if (c == 0xED)
+            k = 2, hi = 0x9F;
+        else if (c == 0xF0)
+            k = 3, lo = 0x90;
+        else if (in(c, 0xF1, 0xF3))
+            k = 3;
+        else if (c == 0xF4)
+            k = 3, hi = 0x8F;
+        else
+            return false;
         if (k == 0) {
             ++i;
             continue;
@@ -140,7 +159,8 @@ void StringProgram(FuzzedDataProvider& fdp) {
                     std::snprintf(buf, sizeof buf, "%0*lld", w > 64 ? 64 : w, static_cast<long long>(v));
                 } else {
                     Check(s.AppendPaddedHex(v, w), "AppendPaddedHex failed");
-                    std::snprintf(buf, sizeof buf, "%0*llx", w > 64 ? 64 : w, static_cast<unsigned long long>(v));
+                    std::snprintf(buf, sizeof buf, "%0*llx", w > 64 ? 64 : w,
+                                  static_cast<unsigned long long>(v));
                 }
                 model += buf;
                 break;
@@ -157,7 +177,8 @@ void StringProgram(FuzzedDataProvider& fdp) {
                 break;
             }
             case 7: {
-                const int32_t n = fdp.ConsumeIntegralInRange<int32_t>(0, static_cast<int32_t>(model.size()) + 3);
+                const int32_t n =
+                    fdp.ConsumeIntegralInRange<int32_t>(0, static_cast<int32_t>(model.size()) + 3);
                 s.Truncate(n);
                 if (static_cast<size_t>(n) < model.size()) model.resize(static_cast<size_t>(n));
                 break;
@@ -170,10 +191,12 @@ void StringProgram(FuzzedDataProvider& fdp) {
                     const size_t at = fdp.ConsumeIntegralInRange<size_t>(0, model.size() - 1);
                     needle = CStrPrefix(model.substr(at, fdp.ConsumeIntegralInRange<size_t>(0, 5)));
                 }
-                const int32_t from = fdp.ConsumeIntegralInRange<int32_t>(-3, static_cast<int32_t>(model.size()) + 3);
-                const int32_t got = ignoreCase ? s.FindIgnoreCase(needle.c_str(), from) : s.Find(needle.c_str(), from);
-                const int32_t want =
-                    ignoreCase ? ModelFind(Lower(model), Lower(needle), from) : ModelFind(model, needle, from);
+                const int32_t from =
+                    fdp.ConsumeIntegralInRange<int32_t>(-3, static_cast<int32_t>(model.size()) + 3);
+                const int32_t got =
+                    ignoreCase ? s.FindIgnoreCase(needle.c_str(), from) : s.Find(needle.c_str(), from);
+                const int32_t want = ignoreCase ? ModelFind(Lower(model), Lower(needle), from)
+                                                : ModelFind(model, needle, from);
                 Check(got == want, ignoreCase ? "FindIgnoreCase differs" : "Find differs", got, want);
                 Check(s.Contains(needle.c_str()) == (ModelFind(model, needle, 0) >= 0), "Contains differs");
                 break;
@@ -183,9 +206,11 @@ void StringProgram(FuzzedDataProvider& fdp) {
                 if (fdp.ConsumeBool()) t = CStrPrefix(model.substr(0, std::min(model.size(), t.size())));
                 const std::string tl = Lower(t), ml = Lower(model);
                 const bool sw = model.compare(0, t.size(), t) == 0 && t.size() <= model.size();
-                const bool ew = t.size() <= model.size() && model.compare(model.size() - t.size(), t.size(), t) == 0;
+                const bool ew =
+                    t.size() <= model.size() && model.compare(model.size() - t.size(), t.size(), t) == 0;
                 const bool swi = t.size() <= model.size() && ml.compare(0, t.size(), tl) == 0;
-                const bool ewi = t.size() <= model.size() && ml.compare(model.size() - t.size(), t.size(), tl) == 0;
+                const bool ewi =
+                    t.size() <= model.size() && ml.compare(model.size() - t.size(), t.size(), tl) == 0;
                 Check(s.StartsWith(t.c_str()) == sw, "StartsWith differs");
                 Check(s.EndsWith(t.c_str()) == ew, "EndsWith differs");
                 Check(s.StartsWithIgnoreCase(t.c_str()) == swi, "StartsWithIgnoreCase differs");
@@ -212,7 +237,8 @@ void StringProgram(FuzzedDataProvider& fdp) {
                 break;
             }
             case 13: {  // impossible Reserve: refused, nothing changes
-                static const int32_t kHuge[] = {QzString::kMaxCapacity - 5, QzString::kMaxCapacity, INT32_MAX};
+                static const int32_t kHuge[] = {QzString::kMaxCapacity - 5, QzString::kMaxCapacity,
+                                                INT32_MAX};
                 const int32_t n = kHuge[fdp.ConsumeIntegralInRange<int>(0, 2)];
                 const int32_t cap = s.Capacity();
                 Check(!s.Reserve(n, fdp.ConsumeBool()), "a huge Reserve succeeded", n);
@@ -277,7 +303,8 @@ void StringProgram(FuzzedDataProvider& fdp) {
                 model += t;
                 // Lengths without room for the terminator are refused.
                 Check(!s.SetLength(s.Capacity()), "SetLength(capacity) succeeded", s.Capacity());
-                Check(!s.SetLength(fdp.ConsumeIntegralInRange<int32_t>(INT32_MIN, -1)), "negative SetLength succeeded");
+                Check(!s.SetLength(fdp.ConsumeIntegralInRange<int32_t>(INT32_MIN, -1)),
+                      "negative SetLength succeeded");
                 break;
             }
         }
@@ -292,13 +319,15 @@ void StringProgram(FuzzedDataProvider& fdp) {
 std::string ModelPathForm(std::string_view bytes) {
     auto sep = [](char c) { return c == '\\' || c == '/'; };
     const bool given = bytes.substr(0, 4) == "\\\\?\\";
-    const bool unc = bytes.size() >= 3 && sep(bytes[0]) && sep(bytes[1]) && bytes[2] != '?' && bytes[2] != '.' &&
-                     !sep(bytes[2]);
+    const bool unc = bytes.size() >= 3 && sep(bytes[0]) && sep(bytes[1]) && bytes[2] != '?' &&
+                     bytes[2] != '.' && !sep(bytes[2]);
     const bool drive = bytes.size() >= 3 && ((bytes[0] | 0x20) >= 'a' && (bytes[0] | 0x20) <= 'z') &&
                        bytes[1] == ':' && sep(bytes[2]);
     std::string out(bytes);
-    if (!given && bytes.size() > 250 && (drive || unc)) out = unc ? "\\\\?\\UNC\\" + out.substr(2) : "\\\\?\\" + out;
-    else if (!given) return out;
+    if (!given && bytes.size() > 250 && (drive || unc))
+        out = unc ? "\\\\?\\UNC\\" + out.substr(2) : "\\\\?\\" + out;
+    else if (!given)
+        return out;
     for (char& c : out)
         if (c == '/') c = '\\';
     return out;
@@ -306,17 +335,20 @@ std::string ModelPathForm(std::string_view bytes) {
 
 void Utf16RoundTrips(std::string_view bytes) {
     const bool valid = ModelValidUtf8(bytes);
-    Check(QzUtf8::IsValid(bytes.data(), static_cast<int32_t>(bytes.size())) == valid, "IsValid differs", valid);
+    Check(QzUtf8::IsValid(bytes.data(), static_cast<int32_t>(bytes.size())) == valid, "IsValid differs",
+          valid);
     for (const bool asPath : {false, true}) {
         QzUtf16String w;
-        const bool ok = w.ConvertUtf8QzStringToUtf16(bytes.data(), static_cast<int32_t>(bytes.size()), asPath, 4);
+        const bool ok =
+            w.ConvertUtf8QzStringToUtf16(bytes.data(), static_cast<int32_t>(bytes.size()), asPath, 4);
         Check(ok == valid, "UTF-8 accepted/refused differs from the model", ok, valid);
         if (!ok) {
             Check(w.Length() == 0, "a refused conversion left text", w.Length());
             continue;
         }
         QzString back;
-        Check(QzUtf16String::ConvertQzUtf16StringToUtf8(w.Data(), w.Length(), &back), "UTF-16 back to UTF-8 failed");
+        Check(QzUtf16String::ConvertQzUtf16StringToUtf8(w.Data(), w.Length(), &back),
+              "UTF-16 back to UTF-8 failed");
         const std::string want = asPath ? ModelPathForm(bytes) : std::string(bytes);
         Check(View(back) == want, "UTF-8 -> UTF-16 -> UTF-8 changed the text", back.Length(),
               static_cast<long long>(want.size()));
@@ -329,18 +361,21 @@ void Utf16RoundTrips(std::string_view bytes) {
     QzString utf8("stale");
     // An empty vector has no buffer; the converter refuses a null pointer.
     const char16_t* unitPtr = units.empty() ? u"" : units.data();
-    const bool ok = QzUtf16String::ConvertQzUtf16StringToUtf8(unitPtr, static_cast<int32_t>(units.size()), &utf8);
+    const bool ok =
+        QzUtf16String::ConvertQzUtf16StringToUtf8(unitPtr, static_cast<int32_t>(units.size()), &utf8);
     Check(ok == ModelValidUtf16(units), "UTF-16 accepted/refused differs from the model", ok);
     if (!ok) {
         Check(utf8.Length() == 0, "a refused conversion left text", utf8.Length());
         return;
     }
-    Check(QzUtf8::IsValid(utf8.c_str(), utf8.Length()) && ModelValidUtf8(View(utf8)), "UTF-8 made is not valid");
+    Check(QzUtf8::IsValid(utf8.c_str(), utf8.Length()) && ModelValidUtf8(View(utf8)),
+          "UTF-8 made is not valid");
     QzUtf16String again;
     Check(again.ConvertUtf8QzStringToUtf16(utf8, false), "UTF-8 made from UTF-16 was refused");
     Check(again.Length() == static_cast<int32_t>(units.size()) &&
               std::memcmp(again.Data(), unitPtr, units.size() * sizeof(char16_t)) == 0,
-          "UTF-16 -> UTF-8 -> UTF-16 changed the units", again.Length(), static_cast<long long>(units.size()));
+          "UTF-16 -> UTF-8 -> UTF-16 changed the units", again.Length(),
+          static_cast<long long>(units.size()));
 }
 
 void HexRoundTrips(std::string_view bytes) {
@@ -348,20 +383,23 @@ void HexRoundTrips(std::string_view bytes) {
     QzUtil::AppendHexEncoded(hex, bytes.data(), static_cast<int32_t>(bytes.size()));
     Check(hex.Length() == static_cast<int32_t>(7 + 2 * bytes.size()), "hex length", hex.Length());
     const std::string_view digits = View(hex).substr(7);
-    Check(digits.find_first_not_of("0123456789abcdef") == std::string_view::npos, "hex is not lower-case digits");
+    Check(digits.find_first_not_of("0123456789abcdef") == std::string_view::npos,
+          "hex is not lower-case digits");
     QzString decoded("x");
-    Check(QzUtil::AppendHexDecoded(decoded, digits.data(), static_cast<int32_t>(digits.size())), "own hex refused");
+    Check(QzUtil::AppendHexDecoded(decoded, digits.data(), static_cast<int32_t>(digits.size())),
+          "own hex refused");
     Check(View(decoded) == "x" + std::string(bytes), "hex round trip changed the bytes");
     std::string upper(digits);
     for (char& c : upper)
         if (c >= 'a' && c <= 'f') c = static_cast<char>(c - 32);
     QzString fromUpper;
-    Check(QzUtil::AppendHexDecoded(fromUpper, upper.data(), static_cast<int32_t>(upper.size())), "upper hex refused");
+    Check(QzUtil::AppendHexDecoded(fromUpper, upper.data(), static_cast<int32_t>(upper.size())),
+          "upper hex refused");
     Check(View(fromUpper) == bytes, "upper-case hex decoded differently");
 
     // The input itself as hex: accepted exactly when it is pairs of hex digits.
-    const bool wellFormed = bytes.size() % 2 == 0 && bytes.find_first_not_of("0123456789abcdefABCDEF") ==
-                                                         std::string_view::npos;
+    const bool wellFormed =
+        bytes.size() % 2 == 0 && bytes.find_first_not_of("0123456789abcdefABCDEF") == std::string_view::npos;
     QzString out("keep");
     const bool ok = QzUtil::AppendHexDecoded(out, bytes.data(), static_cast<int32_t>(bytes.size()));
     Check(ok == wellFormed, "hex accepted/refused wrongly", ok);

@@ -39,11 +39,13 @@ void Check(bool ok, const char* what, std::string_view detail = {}) {
     if (!ok) Fail(what, detail);
 }
 
-std::string_view View(const QzString& s) { return {s.c_str(), static_cast<size_t>(s.Length())}; }
+std::string_view View(const QzString& s) {
+    return {s.c_str(), static_cast<size_t>(s.Length())};
+}
 
 bool IsNameChar(unsigned char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '-' ||
-           c == ':' || c == '.';
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
+           c == '-' || c == ':' || c == '.';
 }
 
 // "<tag" at p, not followed by another name character: where an element starts.
@@ -178,7 +180,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         Check(ok == !snippets.empty(), "result does not say whether snippets were found");
         CheckSnippets(in, tag, snippets);
         for (const QzString& s : snippets) {
-            for (const char* name : {"qzVolumeGuid", "mountPointPath", "datadir", "hguid"}) CheckAttr(s.c_str(), name);
+            for (const char* name : {"qzVolumeGuid", "mountPointPath", "datadir", "hguid"})
+                CheckAttr(s.c_str(), name);
             CheckAttr(s.c_str(), tag);
         }
         memorySnippets.push_back(std::move(snippets));
@@ -188,7 +191,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
           "an empty tag matched");
 
     const std::string whole(in);  // NUL-terminated copy
-    for (const char* name : {"qzVolumeGuid", "mountPointPath", "datadir", "hguid", "a"}) CheckAttr(whole.c_str(), name);
+    for (const char* name : {"qzVolumeGuid", "mountPointPath", "datadir", "hguid", "a"})
+        CheckAttr(whole.c_str(), name);
     if (n > 0) CheckAttr(whole.c_str(), std::string(text, n));
 
     std::vector<QzString> lines;
@@ -207,7 +211,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         std::vector<QzString> fileSnippets;
         const bool ok = QzFile::GetAllXmlSnippetsWithTagNameInXmlFile(kFile, tags[i].c_str(), &fileSnippets);
         Check(ok == !fileSnippets.empty(), "file result does not say whether snippets were found");
-        Check(SameStrings(fileSnippets, memorySnippets[i]), "snippets from the file differ from those of the text");
+        Check(SameStrings(fileSnippets, memorySnippets[i]),
+              "snippets from the file differ from those of the text");
     }
     return 0;
 }

@@ -1,7 +1,6 @@
-#include "QzClientVersionManager.h"
-
 #include <gtest/gtest.h>
 
+#include "QzClientVersionManager.h"
 #include "QzLog.h"
 #include "TestScratch.h"
 
@@ -9,13 +8,15 @@ namespace {
 
 QzString VersionFile(const std::string& body) {
     const QzString path = QzCat(QzTest::NewScratchSubdir("cv"), "clientversion.xml");
-    EXPECT_TRUE(QzTest::WriteFile(path, "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n<contents>\n" + body + "</contents>\n"));
+    EXPECT_TRUE(QzTest::WriteFile(
+        path, "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n<contents>\n" + body + "</contents>\n"));
     return path;
 }
 
 bool EndOfLife(const std::string& revision, const std::string& eol) {
     QzClientVersionManager m(
-        VersionFile("<revision num=\"" + revision + "\" />\n<endoflife version=\"" + eol + "\" />\n").c_str());
+        VersionFile("<revision num=\"" + revision + "\" />\n<endoflife version=\"" + eol + "\" />\n")
+            .c_str());
     return m.IsEndOfLife();
 }
 
@@ -60,7 +61,8 @@ TEST(QzClientVersion, RaisesItsErrorTexts) {
         QzClientVersionManager m(missing.c_str());
         FAIL() << "no error raised";
     } catch (const QzClientVersionError& e) {
-        EXPECT_EQ(std::string(e.what()), std::string("QzClientVersionManager::ReadFile - ") + missing.c_str() + " not found");
+        EXPECT_EQ(std::string(e.what()),
+                  std::string("QzClientVersionManager::ReadFile - ") + missing.c_str() + " not found");
     }
 }
 
@@ -75,7 +77,9 @@ TEST(QzClientVersion, InvalidRevisionIsLoggedAsAWarning) {
                        "clientversion.xml is invalid: x7, using legacy compatibility mode (rev1)\n"),
               std::string::npos)
         << log;
-    EXPECT_NE(log.find(" [bool __cdecl QzClientVersionManager::IsEndOfLife(void)] WARNING:\tQzClientVersionManager::"
-                       "IsEndOfLife - invalid clientversion revision (rev 1)\n"),
-              std::string::npos);
+    EXPECT_NE(
+        log.find(
+            " [bool __cdecl QzClientVersionManager::IsEndOfLife(void)] WARNING:\tQzClientVersionManager::"
+            "IsEndOfLife - invalid clientversion revision (rev 1)\n"),
+        std::string::npos);
 }

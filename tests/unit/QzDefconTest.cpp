@@ -11,13 +11,15 @@ namespace {
 class QzDefconTest : public QzRegistryTest::Fixture {
 protected:
     static std::string Record(const char* guid, int level, int listed) {
-        return std::string("<qzvolume qzVolumeGuid=\"") + guid + "\" mountPointPathHex=\"443a5c\" vol_defcon_level=\"" +
-               std::to_string(level) + "\" vol_last_seen_in_days=\"1\" vol_last_filelisted_in_days=\"" +
-               std::to_string(listed) + "\" vol_last_file_pushed_in_days=\"3\" />\n";
+        return std::string("<qzvolume qzVolumeGuid=\"") + guid +
+               "\" mountPointPathHex=\"443a5c\" vol_defcon_level=\"" + std::to_string(level) +
+               "\" vol_last_seen_in_days=\"1\" vol_last_filelisted_in_days=\"" + std::to_string(listed) +
+               "\" vol_last_file_pushed_in_days=\"3\" />\n";
     }
     static std::string Text(const std::string& most, const std::string& records) {
         return "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n<contents>\n<volume_defcon_summary "
-               "most_critial_volume_defcon=\"" + most + "\" />\n" + records + "</contents>\n";
+               "most_critial_volume_defcon=\"" +
+               most + "\" />\n" + records + "</contents>\n";
     }
     static std::string Replaced(std::string text, const std::string& from, const std::string& to) {
         return text.replace(text.find(from), from.size(), to);
@@ -34,15 +36,20 @@ protected:
 };
 
 TEST(QzDefconLevel, EveryAgeMustBeUnderTheBound) {
-    const int cases[][4] = {{7, 7, 7, 5},  {7, 7, 8, 4},  {0, 14, 14, 4}, {15, 0, 0, 3}, {0, 0, 21, 3}, {0, 22, 0, 2},
-                            {28, 0, 0, 2}, {29, 0, 0, 1}, {0, 0, 9001, 1}, {-1, -1, -1, 5}, {0, -1, 0, 5}, {28, -1, 28, 2}};
+    const int cases[][4] = {{7, 7, 7, 5},    {7, 7, 8, 4},    {0, 14, 14, 4}, {15, 0, 0, 3},
+                            {0, 0, 21, 3},   {0, 22, 0, 2},   {28, 0, 0, 2},  {29, 0, 0, 1},
+                            {0, 0, 9001, 1}, {-1, -1, -1, 5}, {0, -1, 0, 5},  {28, -1, 28, 2}};
     for (const auto& c : cases)
-        EXPECT_EQ(QzUiUtil::QzVolDefcon_LevelFromAges(c[0], c[1], c[2]), c[3]) << c[0] << "/" << c[1] << "/" << c[2];
+        EXPECT_EQ(QzUiUtil::QzVolDefcon_LevelFromAges(c[0], c[1], c[2]), c[3])
+            << c[0] << "/" << c[1] << "/" << c[2];
 }
 
 TEST_F(QzDefconTest, ReaderRefusesEachDamageWithItsOwnLogLine) {
     const std::string good = Record(kGuid, 4, 2);
-    const struct { std::string text; const char* logged; } cases[] = {
+    const struct {
+        std::string text;
+        const char* logged;
+    } cases[] = {
         {"<contents></content", "read qzdefcon.xml file but too short fName="},  // 19 bytes
         {Text("4", good).substr(0, 150), "so it is truncated fName="},
         {"<contents>\n" + good + "</contents>\n", "could not find most_critial_volume_defcon"},
@@ -50,10 +57,12 @@ TEST_F(QzDefconTest, ReaderRefusesEachDamageWithItsOwnLogLine) {
         {Text("6", good), "most_critial_volume_defcon out_of_range=6"},
         {Text("-1", good), "most_critial_volume_defcon out_of_range=-1"},
         {Text("5", ""), "found no <qzvolume ...> elements"},
-        {Text("4", good + "<qzvolume qzVolumeGuid=\"x\" mountPointPathHex=\"44\" />\n"), "problem parsing vol_defcon_level for i=1"},
+        {Text("4", good + "<qzvolume qzVolumeGuid=\"x\" mountPointPathHex=\"44\" />\n"),
+         "problem parsing vol_defcon_level for i=1"},
         {Text("4", "<qzvolume mountPointPathHex=\"44\" />\n"), "problem parsing qzVolumeGuid for i=0"},
         {Text("4", Replaced(good, "443a5c", "443a5g")), "problem parsing mountPointPathHex for i=0"},
-        {Text("4", Replaced(good, "pushed_in_days=\"3", "pushed_in_days=\"3x")), "problem parsing vol_last_file_pushed_in_days for i=0"},
+        {Text("4", Replaced(good, "pushed_in_days=\"3", "pushed_in_days=\"3x")),
+         "problem parsing vol_last_file_pushed_in_days for i=0"},
     };
     int32_t most = 9;
     std::vector<QzVolDefconRecord> records;
@@ -73,7 +82,8 @@ TEST_F(QzDefconTest, ReaderTriesTwentyTimesWhileTheFileIsHeld) {
     static QzOs::Handle held;
     static int pauses;
     pauses = 0;
-    ASSERT_EQ(QzOs::OpenFile(Data("qzreports\\qzdefcon.xml").c_str(), QzOs::OpenMode::ReadExclusive, &held), 0u);
+    ASSERT_EQ(QzOs::OpenFile(Data("qzreports\\qzdefcon.xml").c_str(), QzOs::OpenMode::ReadExclusive, &held),
+              0u);
     QzTime::SetSleepForTesting([](uint32_t) { ++pauses; });
     int32_t most = 0;
     std::vector<QzVolDefconRecord> records;

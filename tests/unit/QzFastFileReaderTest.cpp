@@ -1,5 +1,3 @@
-#include "QzFastFileReader.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -10,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "QzFastFileReader.h"
 #include "TestScratch.h"
 
 namespace {
@@ -18,7 +17,9 @@ struct Hit {
     int64_t line;
     std::string text;
     bool truncated;
-    bool operator==(const Hit& o) const { return line == o.line && text == o.text && truncated == o.truncated; }
+    bool operator==(const Hit& o) const {
+        return line == o.line && text == o.text && truncated == o.truncated;
+    }
 };
 
 std::vector<Hit> Grep(const std::string& content, const char* pattern, bool ignoreCase, int64_t max = 10000,
@@ -142,7 +143,8 @@ TEST(QzFastFileReader, HitsAcrossChunkBoundariesKeepTheirLineNumbers) {
     std::string text;
     std::vector<Hit> expected;
     for (int i = 1; i <= 20000; ++i) {
-        std::string line = "C:\\Users\\bob\\dir" + std::to_string(i % 37) + "\\file" + std::to_string(i) + ".dat";
+        std::string line =
+            "C:\\Users\\bob\\dir" + std::to_string(i % 37) + "\\file" + std::to_string(i) + ".dat";
         line.append(static_cast<size_t>(i % 61), 'x');
         if (i % 997 == 0) {
             line += "NEEDLE";
@@ -185,4 +187,3 @@ TEST(QzFastFileReader, NextLineSplitsAtNewlinesAndDropsOneCarriageReturn) {
     EXPECT_EQ(big[1].size(), static_cast<size_t>(QzFastFileReader::kMaxKeptLineBytes));
     EXPECT_EQ(big[2], "y");
 }
-

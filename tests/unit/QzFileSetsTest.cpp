@@ -4,10 +4,10 @@
 
 #include <string>
 
+#include "QzFileXml.h"
 #include "QzInfoManager.h"
 #include "QzTime.h"
 #include "RuleTestSupport.h"
-#include "QzFileXml.h"
 
 using QzInfoManager::QzFileSetDef;
 using QzInfoManager::QzFileSetHashes;
@@ -152,4 +152,3 @@ TEST_F(QzFileSetsTest, EmptyExcludedTypesWarnNineTimesThenRarelyUntilAQuietSpell
     EXPECT_EQ(log_.Count("(hitWarningCount=1)"), 2);
     EXPECT_EQ(log_.Count("Initializing warningSuppressionTimerRecord."), 1);
 }
-

@@ -1,5 +1,3 @@
-#include "QzFile.h"
-
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -7,6 +5,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "QzFile.h"
 #include "QzFileRead.h"
 #include "QzFileWrite.h"
 #include "QzFileXml.h"
@@ -80,9 +79,10 @@ TEST(QzFileXml, CutsElementsByTagInFileOrder) {
     const int32_t len = static_cast<int32_t>(std::strlen(xml));
     std::vector<QzString> s;
     ASSERT_TRUE(QzFile::GetAllXmlSnippetsWithTagNameInXmlText(xml, len, "qzvolume", &s));
-    EXPECT_EQ(Strings(s), (std::vector<std::string>{"<qzvolume qzVolumeGuid=\"v001a\" mountPointPath=\"C:\\\" />",
-                                                    "<qzvolume\tqzVolumeGuid=\"v002b\" mountPointPath=\"D:\\\"/>",
-                                                    "<qzvolume qzVolumeGuid=\"v003c\">text</qzvolume>"}));
+    EXPECT_EQ(Strings(s),
+              (std::vector<std::string>{"<qzvolume qzVolumeGuid=\"v001a\" mountPointPath=\"C:\\\" />",
+                                        "<qzvolume\tqzVolumeGuid=\"v002b\" mountPointPath=\"D:\\\"/>",
+                                        "<qzvolume qzVolumeGuid=\"v003c\">text</qzvolume>"}));
     // An element with children runs to its end tag, not to a child's "/>".
     ASSERT_TRUE(QzFile::GetAllXmlSnippetsWithTagNameInXmlText(xml, len, "do_backup", &s));
     ASSERT_EQ(s.size(), 1u);
@@ -101,7 +101,8 @@ TEST(QzFileXml, CutsElementsByTagInFileOrder) {
 
 TEST(QzFileXml, ReadsTheFirstWholeAttributeWithoutDecoding) {
     QzString v;
-    const char* snippet = "<vol associated_hguid=\"AAA\" hguid=\"BBB\" name=\"a &amp; b\" empty=\"\" bad=\"open />";
+    const char* snippet =
+        "<vol associated_hguid=\"AAA\" hguid=\"BBB\" name=\"a &amp; b\" empty=\"\" bad=\"open />";
     ASSERT_TRUE(QzFile::GetUniqueStrAttrFromXmlSnippet(snippet, "hguid", &v));
     EXPECT_STREQ(v.c_str(), "BBB");  // not the tail of associated_hguid
     ASSERT_TRUE(QzFile::GetUniqueStrAttrFromXmlSnippet(snippet, "associated_hguid", &v));
@@ -114,7 +115,8 @@ TEST(QzFileXml, ReadsTheFirstWholeAttributeWithoutDecoding) {
     EXPECT_FALSE(QzFile::GetUniqueStrAttrFromXmlSnippet(snippet, "missing", &v));
     EXPECT_FALSE(QzFile::GetUniqueStrAttrFromXmlSnippet(snippet, "", &v));
     // "mountPointPath" must not be read from "mountPointPathHex".
-    EXPECT_FALSE(QzFile::GetUniqueStrAttrFromXmlSnippet("<v mountPointPathHex=\"433a5c\" />", "mountPointPath", &v));
+    EXPECT_FALSE(
+        QzFile::GetUniqueStrAttrFromXmlSnippet("<v mountPointPathHex=\"433a5c\" />", "mountPointPath", &v));
 }
 
 TEST(QzFileXml, SplicerChangesExactlyWhatTheReaderReads) {
@@ -158,7 +160,8 @@ TEST(QzFileWrite, WholeFileReplacesInOneStepOrLeavesTheTargetAsItWas) {
     keepTime.lastWriteTime = 130000000000000000LL;  // 2012-12-15, as a copy keeps its original's
     ASSERT_TRUE(QzFile::WriteFileAtomically(target, QzString("new"), keepTime));
     EXPECT_EQ(QzTest::ReadFile(target), "new");
-    EXPECT_EQ(QzFile::GetFileLastModMillis(target.c_str()), QzTime::FileTimeToGmtMillis(130000000000000000LL));
+    EXPECT_EQ(QzFile::GetFileLastModMillis(target.c_str()),
+              QzTime::FileTimeToGmtMillis(130000000000000000LL));
     EXPECT_FALSE(QzFile::PathExists(QzCat(target, ".tmp").c_str()));
 
     // The temporary name is taken by a folder: the write fails, nothing moves.
@@ -217,4 +220,3 @@ TEST(QzFileRead, PatientReadTellsMissingHeldAndRead) {
     EXPECT_EQ(QzFile::ReadFilePatiently(path.c_str(), &text), QzFile::ReadStatus::Ok);
     EXPECT_STREQ(text.c_str(), "<contents />");
 }
-

@@ -28,24 +28,33 @@ protected:
 };
 
 TEST_F(QzListNamesTest, DriveRootsShareOneTagAndOtherMountPointsAreCutToFour) {
-    const char* const cases[][2] = {{"C:\\", "c___"}, {"D:\\", "c___"},     {"D:\\Data", "D__D"}, {"E:", "E___"},
-                                    {"", "____"},     {"a,b/c", "a_b_"},    {"X:\\\xc3\xa9t\xc3\xa9", "X___"}};
+    const char* const cases[][2] = {{"C:\\", "c___"},
+                                    {"D:\\", "c___"},
+                                    {"D:\\Data", "D__D"},
+                                    {"E:", "E___"},
+                                    {"", "____"},
+                                    {"a,b/c", "a_b_"},
+                                    {"X:\\\xc3\xa9t\xc3\xa9", "X___"}};
     for (const auto& c : cases)
-        EXPECT_EQ(Name(Guid(0), c[0]), std::string(data_.c_str()) + "qzfilelists\\" + Guid(0) + "_" + c[1] + "_filelist.dat")
+        EXPECT_EQ(Name(Guid(0), c[0]),
+                  std::string(data_.c_str()) + "qzfilelists\\" + Guid(0) + "_" + c[1] + "_filelist.dat")
             << c[0];
 }
 
 TEST_F(QzListNamesTest, SelectedListsAreSortedMissingOnesSkippedAndCutAtAThousand) {
     for (int i = 0; i < 1002; ++i)  // every list but the sixth
-        ASSERT_TRUE(i == 5 || QzTest::WriteFile(Name(Guid(i), "F:\\").c_str(), "# GmtMillisThisListWasStarted: 0\n"));
+        ASSERT_TRUE(i == 5 ||
+                    QzTest::WriteFile(Name(Guid(i), "F:\\").c_str(), "# GmtMillisThisListWasStarted: 0\n"));
     std::vector<QzString> names;
     Select(1001);  // 1000 lists exist: all kept
     ASSERT_TRUE(QzUiUtil::GetVecOf_SelForBackup_PerVolumeGuidFileList_FileNames(&names));
     ASSERT_EQ(names.size(), 1000u);
     EXPECT_EQ(names[4].c_str(), Name(Guid(4), "F:\\"));
     EXPECT_EQ(names[5].c_str(), Name(Guid(6), "F:\\"));
-    EXPECT_TRUE(Logged("ERROR: QzUiUtil::GetVecOf_SelForBackup_PerVolumeGuidFileList- failed could not find file for "
-                       "selected drive:F:\\, vGuid=" + Guid(5) + ", fileName=" + Name(Guid(5), "F:\\")));
+    EXPECT_TRUE(
+        Logged("ERROR: QzUiUtil::GetVecOf_SelForBackup_PerVolumeGuidFileList- failed could not find file for "
+               "selected drive:F:\\, vGuid=" +
+               Guid(5) + ", fileName=" + Name(Guid(5), "F:\\")));
     EXPECT_FALSE(Logged("too many volumes selected"));
     Select(1002);  // 1001 lists: the last is cut
     ASSERT_TRUE(QzUiUtil::GetVecOf_SelForBackup_PerVolumeGuidFileList_FileNames(&names));

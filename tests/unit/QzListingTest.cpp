@@ -5,11 +5,10 @@
 #include <fstream>
 #include <set>
 
-#include "QzOs.h"
-
 #include "QzFileInfo.h"
 #include "QzFileListing.h"
 #include "QzLog.h"
+#include "QzOs.h"
 #include "TestScratch.h"
 
 namespace {
@@ -22,9 +21,7 @@ std::set<std::string> Names(const QzFileInfoList& list) {
 
 class QzListingTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        QzTest::OpenScratchLog("listlog");
-    }
+    void SetUp() override { QzTest::OpenScratchLog("listlog"); }
     void TearDown() override { QzLog::Close(); }
     static std::string Log() { return QzTest::LogText(); }
 };
@@ -44,7 +41,8 @@ TEST_F(QzListingTest, LongPathPrefixIsDecidedOnTheDirectory) {
         EXPECT_FALSE(QzFile::GetListOfFileInfosInDir(&missing, &list));
         const QzString pattern = QzCat(len >= 251 ? "\\\\?\\" : "", missing, "\\*");
         EXPECT_NE(Log().find(QzCat("dirPat=", pattern, ", GetLastError=").c_str()), std::string::npos) << len;
-        EXPECT_EQ(Log().find(QzCat("?\\", missing, "\\*, GetLastError=").c_str()) != std::string::npos, len >= 251)
+        EXPECT_EQ(Log().find(QzCat("?\\", missing, "\\*, GetLastError=").c_str()) != std::string::npos,
+                  len >= 251)
             << len;
 
         // The same length reaching a real directory through "..", which only
@@ -76,8 +74,13 @@ TEST_F(QzListingTest, LongPathPrefixIsDecidedOnTheDirectory) {
 }
 
 TEST(QzFileInfoList, GrowsInTheDocumentedSteps) {
-    const int32_t steps[][3] = {{0, 0, 5},          {4, 0, 5},          {5, 5, 55},           {55, 55, 105},
-                                {3955, 3955, 4005}, {4005, 4005, 100005}, {100005, 100005, 200005},
+    const int32_t steps[][3] = {{0, 0, 5},
+                                {4, 0, 5},
+                                {5, 5, 55},
+                                {55, 55, 105},
+                                {3955, 3955, 4005},
+                                {4005, 4005, 100005},
+                                {100005, 100005, 200005},
                                 {200005, 200005, 5000005}};
     for (const auto& c : steps) EXPECT_EQ(QzFileInfoList::GrownCapacity(c[0], c[1]), c[2]) << c[0];
 
@@ -149,11 +152,13 @@ TEST_F(QzListingTest, FailuresAreLoggedAndReturnFalse) {
     QzFileInfoList list;
     const QzString missing = QzCat(dir, "no\\such\\dir");
     EXPECT_FALSE(QzFile::GetListOfFileInfosInDir(&missing, &list));
-    EXPECT_NE(Log().find(QzCat(") FindFirstFile_C failed, dirPat=", missing,
-                               "\\*, GetLastError=3, and_a_lastError_of_3_means ERROR_PATH_NOT_FOUND, check if dirPat "
-                               "starts with a letter-colon in this log line.\n")
-                             .c_str()),
-              std::string::npos)
+    EXPECT_NE(
+        Log().find(
+            QzCat(") FindFirstFile_C failed, dirPat=", missing,
+                  "\\*, GetLastError=3, and_a_lastError_of_3_means ERROR_PATH_NOT_FOUND, check if dirPat "
+                  "starts with a letter-colon in this log line.\n")
+                .c_str()),
+        std::string::npos)
         << Log();
     EXPECT_NE(Log().find("ERROR: GetListOfFileInfosInDir (processId="), std::string::npos);
 
@@ -163,8 +168,9 @@ TEST_F(QzListingTest, FailuresAreLoggedAndReturnFalse) {
 
     const QzString badUtf8("C:\\bad\xFF\\dir");
     EXPECT_FALSE(QzFile::GetListOfFileInfosInDir(&badUtf8, &list));
-    EXPECT_NE(Log().find(") QzUtf16String::ConvertUtf8QzStringToUtf16_A failed, dirPat=C:\\bad\xFF\\dir\\*\n"),
-              std::string::npos);
+    EXPECT_NE(
+        Log().find(") QzUtf16String::ConvertUtf8QzStringToUtf16_A failed, dirPat=C:\\bad\xFF\\dir\\*\n"),
+        std::string::npos);
     EXPECT_FALSE(QzFile::GetListOfFileInfosInDir(nullptr, &list));
     EXPECT_FALSE(QzFile::GetListOfFileInfosInDir(&dir, nullptr));
 }
@@ -176,9 +182,7 @@ TEST_F(QzListingTest, PosixNamesWindowsCannotHoldAreSkippedAndLinksAreReparsePoi
     ASSERT_TRUE(QzTest::WriteFile(QzCat(dir, "good.txt"), "g"));
     QzTest::WriteFile(QzCat(dir, "x"), "");
     std::filesystem::rename(host + "/x", host + "/back\\slash.txt");
-    {
-        std::ofstream(host + "/bad\xFF.txt") << "b";
-    }
+    { std::ofstream(host + "/bad\xFF.txt") << "b"; }
     std::filesystem::create_directory(host + "/realdir");
     std::filesystem::create_directory_symlink(host + "/realdir", host + "/dirlink");
     std::filesystem::create_symlink(host + "/good.txt", host + "/filelink");
@@ -193,9 +197,9 @@ TEST_F(QzListingTest, PosixNamesWindowsCannotHoldAreSkippedAndLinksAreReparsePoi
     }
     const std::string log = Log();
     size_t count = 0;
-    for (size_t p = 0; (p = log.find("ConvertQzUtf16StringToUtf8_B failed, dirSearch=", p)) != std::string::npos; ++p)
+    for (size_t p = 0;
+         (p = log.find("ConvertQzUtf16StringToUtf8_B failed, dirSearch=", p)) != std::string::npos; ++p)
         ++count;
     EXPECT_EQ(count, 2u);
 }
 #endif
-

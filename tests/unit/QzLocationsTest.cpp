@@ -24,8 +24,9 @@ protected:
         QzLog::Close();
     }
     void Describe(const std::string& attrs) {
-        ASSERT_TRUE(QzTest::WriteFile(descriptor_, "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n<contents>\n<qzinstall " +
-                                                       attrs + " />\n</contents>\n"));
+        ASSERT_TRUE(QzTest::WriteFile(
+            descriptor_, "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n<contents>\n<qzinstall " + attrs +
+                             " />\n</contents>\n"));
         QzFile::ResetLocationCachesForTesting();
     }
     static std::string Log() { return QzTest::LogText(); }
@@ -38,7 +39,8 @@ TEST_F(QzLocationsTest, ValuesAreCachedForTheProcess) {
     Describe("datadir=\"E:\\one\" hguid=\"111111111111111111111111\"");
     EXPECT_STREQ(QzFile::GetDataDir().c_str(), "E:\\one\\");
     EXPECT_STREQ(QzFile::GetMyHostGuid().c_str(), "111111111111111111111111");
-    ASSERT_TRUE(QzTest::WriteFile(descriptor_, "<qzinstall datadir=\"E:\\two\" hguid=\"222222222222222222222222\" />"));
+    ASSERT_TRUE(QzTest::WriteFile(descriptor_,
+                                  "<qzinstall datadir=\"E:\\two\" hguid=\"222222222222222222222222\" />"));
     EXPECT_STREQ(QzFile::GetDataDir().c_str(), "E:\\one\\");
     EXPECT_STREQ(QzFile::GetMyHostGuid().c_str(), "111111111111111111111111");
 }
@@ -46,13 +48,17 @@ TEST_F(QzLocationsTest, ValuesAreCachedForTheProcess) {
 TEST_F(QzLocationsTest, InstallerReaderFailsInsteadOfFallingBack) {
     QzString hguid;
     EXPECT_FALSE(QzUiUtil::Installer_GetThisMachinesHguid(&hguid));
-    EXPECT_NE(Log().find(" - In QzUiUtil::Installer_GetThisMachinesHguid no qzinstall.xmlso probably a fresh install\n"),
-              std::string::npos);
+    EXPECT_NE(
+        Log().find(
+            " - In QzUiUtil::Installer_GetThisMachinesHguid no qzinstall.xmlso probably a fresh install\n"),
+        std::string::npos);
     Describe("datadir=\"D:\\x\"");
     EXPECT_FALSE(QzUiUtil::Installer_GetThisMachinesHguid(&hguid));
-    EXPECT_NE(Log().find(" - ERROR: In QzUiUtil::Installer_GetThisMachinesHguid foundqzinstall.xml but could not find "
-                         "hguid\n"),
-              std::string::npos);
+    EXPECT_NE(
+        Log().find(
+            " - ERROR: In QzUiUtil::Installer_GetThisMachinesHguid foundqzinstall.xml but could not find "
+            "hguid\n"),
+        std::string::npos);
     Describe("hguid=\"abcdefabcdefabcdefabcdef\"");
     EXPECT_TRUE(QzUiUtil::Installer_GetThisMachinesHguid(&hguid));
     EXPECT_STREQ(hguid.c_str(), "abcdefabcdefabcdefabcdef");

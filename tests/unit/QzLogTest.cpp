@@ -1,5 +1,3 @@
-#include "QzLog.h"
-
 #include <gtest/gtest.h>
 
 #include <regex>
@@ -7,6 +5,7 @@
 #include <thread>
 
 #include "QzFile.h"
+#include "QzLog.h"
 #include "QzOs.h"
 #include "QzTime.h"
 #include "TestScratch.h"
@@ -14,10 +13,12 @@
 namespace {
 
 int64_t g_now = 0;
-int64_t FakeClock() { return g_now; }
+int64_t FakeClock() {
+    return g_now;
+}
 constexpr int64_t kMinute = 60000;
-constexpr int64_t kNov27Noon = 1795780800000LL;        // 2026-11-27 12:00:00 GMT
-constexpr int64_t kNov10Midnight = 1794268800000LL;    // 2026-11-10 00:00:00 GMT
+constexpr int64_t kNov27Noon = 1795780800000LL;      // 2026-11-27 12:00:00 GMT
+constexpr int64_t kNov10Midnight = 1794268800000LL;  // 2026-11-10 00:00:00 GMT
 
 class QzLogTest : public ::testing::Test {
 protected:
@@ -59,8 +60,9 @@ TEST_F(QzLogTest, LineFormatAndDayFileChosenFromGmtDay) {
     QzLog::WriteLine(QzString());
     char pid[16];
     std::snprintf(pid, sizeof pid, "%10u", QzOs::GetCurrentProcessId());
-    EXPECT_EQ(QzTest::ReadFile(Day(27, ".log")), std::string("2026-11-27 12:00:01 ") + pid + " - hello world\n" +
-                                                     "2026-11-27 12:00:01 " + pid + " - ends in newline\n");
+    EXPECT_EQ(QzTest::ReadFile(Day(27, ".log")), std::string("2026-11-27 12:00:01 ") + pid +
+                                                     " - hello world\n" + "2026-11-27 12:00:01 " + pid +
+                                                     " - ends in newline\n");
     EXPECT_STREQ(QzLog::DayFilePath(27).c_str(), Day(27, ".log").c_str());
 
     g_now = kNov10Midnight - 1;  // 23:59:59.999 on the 9th
@@ -97,7 +99,8 @@ TEST_F(QzLogTest, CleanupRunsAtMostEveryTenMinutes) {
 
 TEST_F(QzLogTest, LocatedMessagesNameFileLineFunctionAndLevel) {
     g_now = kNov27Noon;
-    QzLog::WriteLocated(-3, "C:\\src\\qzapps\\qzfilelist\\qzfilelist.cpp", 812, "int __cdecl main(int,char *[])",
+    QzLog::WriteLocated(-3, "C:\\src\\qzapps\\qzfilelist\\qzfilelist.cpp", 812,
+                        "int __cdecl main(int,char *[])",
                         "QZFILELIST - client version has reached End-Of-Life, exiting");
     QzLog::WriteLocated(-2, "/src/common/QzFile.cpp", 7, "f()", "n=%d s=%s", 42, "abc");
     QzLog::WriteLocated(-1, "QzLog.cpp", 1, "g()", "note");
@@ -105,13 +108,15 @@ TEST_F(QzLogTest, LocatedMessagesNameFileLineFunctionAndLevel) {
     std::istringstream in(QzTest::ReadFile(Day(27, ".log")));
     std::vector<std::string> msgs;
     for (std::string line; std::getline(in, line);) msgs.push_back(line.substr(line.find(" - ") + 3));
-    EXPECT_EQ(msgs, (std::vector<std::string>{
-                        "qzfilelist.cpp:812 [int __cdecl main(int,char *[])] ERROR:\tQZFILELIST - client version has "
-                        "reached End-Of-Life, exiting",
-                        "QzFile.cpp:7 [f()] WARNING:\tn=42 s=abc",
-                        "QzLog.cpp:1 [g()] NOTE:\tnote",
-                        "QzLog.cpp:2 [h()]:\tplain",
-                    }));
+    EXPECT_EQ(
+        msgs,
+        (std::vector<std::string>{
+            "qzfilelist.cpp:812 [int __cdecl main(int,char *[])] ERROR:\tQZFILELIST - client version has "
+            "reached End-Of-Life, exiting",
+            "QzFile.cpp:7 [f()] WARNING:\tn=42 s=abc",
+            "QzLog.cpp:1 [g()] NOTE:\tnote",
+            "QzLog.cpp:2 [h()]:\tplain",
+        }));
 }
 
 TEST(QzLogOpen, StaysOffWhenTheDataDirectoryIsMissing) {

@@ -36,7 +36,8 @@ std::string ReadWhole(const std::string& path) {
 class QzOsTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        dir_ = QzTest::NewScratchSubdir(::testing::UnitTest::GetInstance()->current_test_info()->name()).c_str();
+        dir_ =
+            QzTest::NewScratchSubdir(::testing::UnitTest::GetInstance()->current_test_info()->name()).c_str();
         dir_.pop_back();  // the trailing backslash; P() adds it back
     }
     std::string P(const std::string& name) const { return dir_ + "\\" + name; }
@@ -108,7 +109,8 @@ TEST_F(QzOsTest, FindListsEntriesWithAttributesSizesAndTimes) {
     ASSERT_EQ(WriteWhole(P("three.txt"), OpenMode::CreateNew, "abc"), 0u);
     ASSERT_EQ(WriteWhole(P("empty.bin"), OpenMode::CreateNew, ""), 0u);
     ASSERT_EQ(QzOs::CreateDirectory(P("child").c_str()), 0u);
-    const std::string utf8Name = "R\xC3\xA9sum\xC3\xA9 \xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E \xF0\x9F\x98\x80.txt";
+    const std::string utf8Name =
+        "R\xC3\xA9sum\xC3\xA9 \xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E \xF0\x9F\x98\x80.txt";
     ASSERT_EQ(WriteWhole(P(utf8Name), OpenMode::CreateNew, "utf"), 0u);
 
     FindHandle* fh = nullptr;

@@ -7,11 +7,11 @@
 #include <algorithm>
 
 #include "QzFile.h"
+#include "QzFileXml.h"
 #include "QzOs.h"
 #include "QzRuleTexts.h"
 #include "QzRuleTree.h"
 #include "RuleTestSupport.h"
-#include "QzFileXml.h"
 
 using QzRuleTest::LogCapture;
 using QzRuleTest::NoSleep;

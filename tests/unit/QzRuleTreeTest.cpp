@@ -57,7 +57,8 @@ TEST_F(QzDefaultRulesTest, DecisionsOnTypicalPaths) {
     } cases[] = {
         {"c:\\users\\bob\\ntuser.dat", false, "*"},
         {"E:\\USERS\\x\\NtUser.Dat", false, "*"},
-        {"C:\\Data\\Users\\Bob\\NTUSER.DAT", true, nullptr},  // the prefix is matched from the second character
+        {"C:\\Data\\Users\\Bob\\NTUSER.DAT", true,
+         nullptr},  // the prefix is matched from the second character
         {"C:\\Users\\Bob\\NTUSER.DAT.bak", true, nullptr},
         {"D:\\Windows\\notepad.exe", false, nullptr},
         {"Z:\\Program Files (x86)\\App\\app.exe", false, nullptr},
@@ -319,7 +320,8 @@ TEST_F(QzRuleTreeTest, IndexAgreesWithTheWalkOverTheTree) {
                 const std::string asked =
                     sibling == 0 ? path : folder + pick(dirs) + (rnd() % 2 ? "." + pick(exts) : "");
                 const QzString p(asked.c_str());
-                const QzExcludeRuleNode* walked = tree_.FindExcludingRuleByWalkingTheTree(p.c_str(), p.Length());
+                const QzExcludeRuleNode* walked =
+                    tree_.FindExcludingRuleByWalkingTheTree(p.c_str(), p.Length());
                 EXPECT_EQ(tree_.UserWantsThisFileBackedUpEx(p, 1, 1), walked == nullptr) << asked;
                 ASSERT_EQ(tree_.LastExcludingRule(), walked) << "round " << round << ": " << asked;
             }

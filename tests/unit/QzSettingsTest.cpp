@@ -5,8 +5,8 @@
 #include "MachineTestSupport.h"
 #include "QzFile.h"
 #include "QzFileLocations.h"
-#include "QzInfoManager.h"
 #include "QzFileXml.h"
+#include "QzInfoManager.h"
 
 namespace {
 

@@ -1,19 +1,26 @@
 // Fixed points of the string and UTF-16 types on both builds; the fuzz target
 // checks every operation against a std::string model.
-#include "QzString.h"
-
 #include <gtest/gtest.h>
 
 #include <string>
 
+#include "QzString.h"
 #include "QzUtf16String.h"
 
 TEST(QzString, ReservePolicyFollowsTheGrowthTable) {
-    const int32_t cases[][4] = {  // n, current capacity, generous, expected
-        {1, 0, 0, 15},           {14, 0, 1, 15},           {15, 0, 0, 26},           {15, 0, 1, 35},
-        {54, 999, 1, 75},        {1500, 1000, 1, 2501},    {20000, 10000, 1, 120001}, {500000, 400000, 1, 10500001},
-        {30000000, 20000000, 1, 50000001}, {70000000, 60000000, 1, 170000001},
-        {2100000000, 60000000, 1, QzString::kMaxCapacity}, {QzString::kMaxCapacity - 6, 0, 0, QzString::kMaxCapacity}};
+    const int32_t cases[][4] = {// n, current capacity, generous, expected
+                                {1, 0, 0, 15},
+                                {14, 0, 1, 15},
+                                {15, 0, 0, 26},
+                                {15, 0, 1, 35},
+                                {54, 999, 1, 75},
+                                {1500, 1000, 1, 2501},
+                                {20000, 10000, 1, 120001},
+                                {500000, 400000, 1, 10500001},
+                                {30000000, 20000000, 1, 50000001},
+                                {70000000, 60000000, 1, 170000001},
+                                {2100000000, 60000000, 1, QzString::kMaxCapacity},
+                                {QzString::kMaxCapacity - 6, 0, 0, QzString::kMaxCapacity}};
     for (const auto& c : cases) EXPECT_EQ(QzString::CapacityForRequest(c[0], c[1], c[2] != 0), c[3]) << c[0];
 
     QzString s("abc");
@@ -46,8 +53,8 @@ TEST(QzString, FormatsAndFoldsAsWritten) {
     const QzString a("C:\\Users\\ÄBC\\NTUSER.DAT");
     EXPECT_TRUE(a.EqualsIgnoreCase("c:\\users\\ÄBC\\ntuser.dat"));
     EXPECT_FALSE(a.EqualsIgnoreCase("c:\\users\\äbc\\ntuser.dat"));  // non-ASCII bytes are not folded
-    EXPECT_LT(QzString("[").CompareIgnoreCase(QzString("a")), 0);     // '[' (0x5B) sorts before 'a'
-    EXPECT_GT(QzString("\xC3").Compare(QzString("z")), 0);            // bytes compare unsigned
+    EXPECT_LT(QzString("[").CompareIgnoreCase(QzString("a")), 0);    // '[' (0x5B) sorts before 'a'
+    EXPECT_GT(QzString("\xC3").Compare(QzString("z")), 0);           // bytes compare unsigned
 }
 
 TEST(QzUtf16String, ConvertsBothWaysAndPrefixesLongPaths) {
@@ -71,7 +78,8 @@ TEST(QzUtf16String, ConvertsBothWaysAndPrefixesLongPaths) {
     ASSERT_TRUE(w.ConvertUtf8QzStringToUtf16(QzCat("\\\\?\\", p251)));  // not prefixed twice
     EXPECT_EQ(w.Length(), 255);
     ASSERT_TRUE(w.ConvertUtf8QzStringToUtf16(QzCat("C:/", p251.c_str() + 3, "/x/y")));
-    EXPECT_EQ(std::u16string(w.Data()).find(u'/'), std::u16string::npos);  // behind the prefix "/" is no separator
+    EXPECT_EQ(std::u16string(w.Data()).find(u'/'),
+              std::u16string::npos);  // behind the prefix "/" is no separator
     ASSERT_TRUE(w.ConvertUtf8QzStringToUtf16(QzCat("dir\\", p251)));
     EXPECT_EQ(w.Data()[0], u'd');  // a relative path cannot take the prefix
     // A search pattern comes prepared: its directory's length decided the prefix.

@@ -27,7 +27,7 @@ TEST(QzTime, FormatsGmtMillisInTheThreeForms) {
     EXPECT_STREQ(Text14(1622118896000).c_str(), "20210527123456");
     EXPECT_STREQ(LogText(1622118896000).c_str(), "2021-05-27 12:34:56");
     EXPECT_STREQ(LogText(951786123000).c_str(), "2000-02-29 01:02:03");  // leap day
-    EXPECT_STREQ(LogText(-1000).c_str(), "1969-12-31 23:59:59");      // before 1970
+    EXPECT_STREQ(LogText(-1000).c_str(), "1969-12-31 23:59:59");         // before 1970
     EXPECT_STREQ(Text14(0).c_str(), "19700101000000");
 }
 
@@ -62,4 +62,3 @@ TEST(QzUtil, EscapesTheFiveXmlCharacters) {
     QzUtil::AppendXmlEscaped(out, text, 9);
     EXPECT_STREQ(out.c_str(), "a&lt;b&gt;&amp;&quot;c&apos;d");
 }
-

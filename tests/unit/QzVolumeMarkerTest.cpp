@@ -100,7 +100,8 @@ TEST_F(QzVolumeMarkerTest, WriteMakesTheHiddenFolderWithItsFilesWithOrWithoutTra
     // Written again through "<vol>\": the same folder, the old file replaced, nothing set aside left behind.
     ASSERT_TRUE(QzFile::WriteVolumeGuidIntoDotQzVolDirOnVolume(vol, kGuid2, kOther, &token)) << token.c_str();
     int files = 0;
-    for (const auto& e : std::filesystem::directory_iterator(QzTest::HostPath(folder))) files += e.is_regular_file();
+    for (const auto& e : std::filesystem::directory_iterator(QzTest::HostPath(folder)))
+        files += e.is_regular_file();
     EXPECT_EQ(files, 2);  // qzvol_id.xml and README.txt
     QzVolumeInfo v = Info(vol);
     EXPECT_STREQ(v.volumeGuid.c_str(), kGuid2);

@@ -29,19 +29,29 @@ TEST_F(QzVolumesXmlTest, GuidIsMachinePartThenTimePartAndWaitsForANewMillisecond
 TEST_F(QzVolumesXmlTest, EachDamageIsRefusedWithItsOwnLogLine) {
     const std::string head = "<contents>\n<qzvol_metadata lastAssignedQzVolShortId=\"7\" />\n";
     const std::string guid = "qzVolumeGuid=\"v0070123456789ab0123456789ab\" ";
-    const struct { std::string text; const char* logged; } cases[] = {
+    const struct {
+        std::string text;
+        const char* logged;
+    } cases[] = {
         {"", "file exists but was not readable or no contents: "},
         {head + "<qzvolume " + guid + "mountPointPathHex=\"443a5c\" />\n", "file exists but was corrupted: "},
         {head + "</contents>\n", "could not find any <qzvolume ...> snippets in: "},
-        {head + "<s first_qzinfo_staging=\"yes\" />\n</contents>\n", "could not find any <qzvolume ...> snippets in: "},
-        {head + "<qzvolume mountPointPathHex=\"443a5c\" />\n</contents>\n", "could not find qzVolumeGuid in line: "},
+        {head + "<s first_qzinfo_staging=\"yes\" />\n</contents>\n",
+         "could not find any <qzvolume ...> snippets in: "},
+        {head + "<qzvolume mountPointPathHex=\"443a5c\" />\n</contents>\n",
+         "could not find qzVolumeGuid in line: "},
         {head + "<qzvolume qzVolumeGuid=\"v007\" mountPointPathHex=\"443a5c\" />\n</contents>\n",
          "badly_5 formed qzVolumeGuid in line: "},
-        {head + "<qzvolume " + guid + "mountPointPathHex=\"443a5\" />\n</contents>\n", "badly_56 formed mountPointPath"},
-        {head + "<qzvolume " + guid + "mountPointPathHex=\"zz3a5c\" />\n</contents>\n", "badly_56 formed mountPointPath"},
-        {head + "<qzvolume " + guid + "/>\n</contents>\n", "could not find FALLBACK_NONHEX mountPointPath in line: "},
-        {head + "<qzvolume " + guid + "mountPointPathHex=\"\" />\n</contents>\n", "badly_78 formed mountPointPath"},
-        {head + "<qzvolume " + guid + "mountPointPathHex=\"443a005c\" />\n</contents>\n", "badly_78 formed mountPointPath"},
+        {head + "<qzvolume " + guid + "mountPointPathHex=\"443a5\" />\n</contents>\n",
+         "badly_56 formed mountPointPath"},
+        {head + "<qzvolume " + guid + "mountPointPathHex=\"zz3a5c\" />\n</contents>\n",
+         "badly_56 formed mountPointPath"},
+        {head + "<qzvolume " + guid + "/>\n</contents>\n",
+         "could not find FALLBACK_NONHEX mountPointPath in line: "},
+        {head + "<qzvolume " + guid + "mountPointPathHex=\"\" />\n</contents>\n",
+         "badly_78 formed mountPointPath"},
+        {head + "<qzvolume " + guid + "mountPointPathHex=\"443a005c\" />\n</contents>\n",
+         "badly_78 formed mountPointPath"},
     };
     std::vector<QzVolumesXmlEntry> entries;
     int64_t last = 0;
@@ -66,7 +76,9 @@ TEST_F(QzVolumesXmlTest, EachDamageIsRefusedWithItsOwnLogLine) {
 TEST_F(QzVolumesXmlTest, AFailedWriteKeepsTheOldFileAndAnUnprintableShortIdIsRefused) {
     std::vector<QzVolumesXmlEntry> entries(1);
     entries[0].volumeGuid = "v00a0123456789ab0123456789ab";
-    entries[0].mountPoint = "F:\\Donn\xc3\xa9""es & <more>";
+    entries[0].mountPoint =
+        "F:\\Donn\xc3\xa9"
+        "es & <more>";
     ASSERT_TRUE(QzUiUtil::QzVolumesXml_WriteQzVolumesXmlFile(entries, -2));
     std::vector<QzVolumesXmlEntry> read;
     int64_t last = 0;

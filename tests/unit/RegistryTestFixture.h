@@ -44,7 +44,9 @@ protected:
     }
     static bool Logged(const std::string& text) { return QzTest::Logged(text); }
     QzString Data(const char* relative) const { return QzCat(data_, relative); }
-    void Write(const char* relative, const std::string& text) { ASSERT_TRUE(QzTest::WriteFile(Data(relative), text)); }
+    void Write(const char* relative, const std::string& text) {
+        ASSERT_TRUE(QzTest::WriteFile(Data(relative), text));
+    }
 
     QzString data_;
 };

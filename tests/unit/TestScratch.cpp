@@ -106,7 +106,9 @@ std::string ReadFile(const QzString& winPath) {
     return ss.str();
 }
 
-void OpenScratchLog(const char* name) { QzLog::Open(QzCat(NewScratchSubdir(name), "qzfilelist").c_str(), nullptr); }
+void OpenScratchLog(const char* name) {
+    QzLog::Open(QzCat(NewScratchSubdir(name), "qzfilelist").c_str(), nullptr);
+}
 
 std::string LogText() {
     std::string all;

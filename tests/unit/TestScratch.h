@@ -25,6 +25,8 @@ void OpenScratchLog(const char* name);
 // Every day file of the open log, in day order.
 std::string LogText();
 // Whether any line of the log holds the text.
-inline bool Logged(const std::string& text) { return LogText().find(text) != std::string::npos; }
+inline bool Logged(const std::string& text) {
+    return LogText().find(text) != std::string::npos;
+}
 
 }  // namespace QzTest
