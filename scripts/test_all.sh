@@ -2,7 +2,8 @@
 # Builds and tests everything: the native build under AddressSanitizer and
 # UndefinedBehaviorSanitizer, the release-style native build, the Windows
 # build under Wine (unit tests, end-to-end tests, dependency check) and a
-# short run of every fuzz target. Ends with one "N passed, M failed" line.
+# short run of every fuzz target, then the format check. Ends with one
+# "N passed, M failed" line.
 set -u
 cd "$(dirname "$0")/.."
 scripts/install_deps.sh || { echo "could not install the build and test packages"; exit 1; }
@@ -38,6 +39,14 @@ for p in "${presets[@]}"; do
   fi
   [ $rc -ne 0 ] && status=1
 done
+echo "=== format"
+if scripts/check_format.sh; then
+  total_pass=$((total_pass + 1))
+else
+  total_fail=$((total_fail + 1))
+  status=1
+fi
+
 echo
 echo "total: $total_pass passed, $total_fail failed"
 exit $status
