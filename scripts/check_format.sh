@@ -10,7 +10,7 @@ if [ "${1:-}" = --fix ]; then
   clang-format -i "${files[@]}"
   exit 0
 fi
-bad=$(clang-format --dry-run "${files[@]}" 2>&1 | grep -E '^[^ ]+:[0-9]+:[0-9]+: (warning|error)' | cut -d: -f1 | sort -u)
+bad=$(clang-format --dry-run "${files[@]}" 2>&1 | grep -E '^[^ ]+:[0-9]+:[0-9]+: (warning|error)' | cut -d: -f1 | sort -u || true)
 if [ -n "$bad" ]; then
   echo "format: these files differ from .clang-format (scripts/check_format.sh --fix):"
   printf '  %s\n' $bad
