@@ -114,15 +114,6 @@ bool WriteStub(const QzString& listName, const QzString& text, const char* write
     return moved;
 }
 
-QzString StubHeader(int64_t now) {
-    QzString h("# GmtMillisThisListWasStarted: ");
-    QzTime::AppendGmtMillisAsHex16(h, now);
-    h.Append(", GmtDateTime: ");
-    QzTime::AppendDateTime14(h, now);
-    h.AppendChar('\n');
-    return h;
-}
-
 void AgeOutUnpluggedDrives(const QzScanState& run, bool oneYear, bool testPath, const QzString& history) {
     (void)run;
     std::vector<QzVolumesXmlEntry> entries;
@@ -164,7 +155,7 @@ void AgeOutUnpluggedDrives(const QzScanState& run, bool oneYear, bool testPath, 
                                " with vGuid=", e.volumeGuid, ", and lastRollbackHistoryEvent=", history));
         QzString listName;
         QzUiUtil::GetPerVolumeFileListName(e.volumeGuid, sel->mountPointPath, &listName);
-        const QzString text = QzCat(StubHeader(now), stubText, "\n");
+        const QzString text = QzCat(ListHeaderLine(now), stubText, "\n");
         const QzString tmp = QzCat(listName, ".tmp");
         if (!QzFile::WriteEntireFile(tmp.c_str(), text.c_str(), text.Length())) {
             QzLog::WriteLine(QzCat("ERROR: AGING_FILES_OUT failed write out to: ", tmp));
