@@ -75,8 +75,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             std::string back = out;
             for (size_t at; (at = back.find("_-backslash-_")) != std::string::npos;)
                 back.replace(at, 13, "\\");
-            if (in.find("_-backslash-_") == std::string::npos)
-                Check(back == in, "renaming does not undo", out);
+            // The renaming can be undone only when the name held no part of
+            // the marker itself: "_-backslash-" followed by a backslash, say,
+            // turns into a marker that starts one character early.
+            if (in.find("-backslash-") == std::string::npos) Check(back == in, "renaming does not undo", out);
             continue;
         }
         Check(v == QzPathAnomaly::EntryVerdict::Keep && out == in, "a plain path was changed", in);
