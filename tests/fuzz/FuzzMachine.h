@@ -8,6 +8,7 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -54,6 +55,15 @@ inline void WriteT(const std::string& rel, std::string_view text) {
     std::ofstream(OnT(rel), std::ios::binary).write(text.data(), static_cast<std::streamsize>(text.size()));
 }
 
+// Takes a fuzz input of at most 64 KiB as the file at `rel` on drive T:;
+// false for a larger input, which the target skips.
+inline bool PlaceInput(const uint8_t* data, size_t size, const std::string& rel, std::string_view* inRet) {
+    if (size > (1u << 16)) return false;
+    *inRet = std::string_view(reinterpret_cast<const char*>(data), size);
+    WriteT(rel, *inRet);
+    return true;
+}
+
 inline std::string ReadT(const std::string& rel) {
     std::ifstream f(OnT(rel), std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(f), {});
@@ -82,3 +92,10 @@ inline void SetUp() {
 }
 
 }  // namespace FuzzMachine
+
+// Every target of a file reader starts from the scratch machine (each target
+// is one translation unit, so this header defines the hook once per target).
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    FuzzMachine::SetUp();
+    return 0;
+}

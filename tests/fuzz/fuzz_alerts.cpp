@@ -46,15 +46,9 @@ std::string Hex(std::string_view s) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    FuzzMachine::SetUp();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size > (1u << 16)) return 0;
-    const std::string_view in(reinterpret_cast<const char*>(data), size);
-    FuzzMachine::WriteT("qzreports/qzdefcon.xml", in);
+    std::string_view in;
+    if (!FuzzMachine::PlaceInput(data, size, "qzreports/qzdefcon.xml", &in)) return 0;
     std::vector<QzVolDefconRecord> records(3);
     int32_t level = 77;
     if (!QzUiUtil::QzVolDefcon_HitDisk_ReadQzDefconXmlFile(&records, &level)) {

@@ -45,15 +45,9 @@ int ModelCompare(const char* a, const char* b) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    FuzzMachine::SetUp();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size > (1u << 16)) return 0;
-    const std::string_view in(reinterpret_cast<const char*>(data), size);
-    FuzzMachine::WriteT("qzupdates/clientversion.xml", in);
+    std::string_view in;
+    if (!FuzzMachine::PlaceInput(data, size, "qzupdates/clientversion.xml", &in)) return 0;
     try {
         QzClientVersionManager m;
         const int revision = m.detect_revision();

@@ -51,15 +51,9 @@ std::optional<int64_t> Number(std::string_view s, std::string_view name) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    FuzzMachine::SetUp();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size > (1u << 16)) return 0;
-    const std::string_view in(reinterpret_cast<const char*>(data), size);
-    FuzzMachine::WriteT("filestats.xml", in);
+    std::string_view in;
+    if (!FuzzMachine::PlaceInput(data, size, "filestats.xml", &in)) return 0;
     QzFileStats::Counters first;
     for (int i = 0; i < QzFileStats::kNumCategories; ++i) first.num[i] = first.bytes[i] = 7;
     Check(QzFileStats::ReadFileStatsBack(QzString("T:\\filestats.xml"), &first),

@@ -33,15 +33,9 @@ std::optional<std::string_view> Attr(std::string_view s, std::string_view name) 
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    FuzzMachine::SetUp();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size > (1u << 16)) return 0;
-    const std::string_view in(reinterpret_cast<const char*>(data), size);
-    FuzzMachine::WriteT(".qzvol/qzvol_id.xml", in);
+    std::string_view in;
+    if (!FuzzMachine::PlaceInput(data, size, ".qzvol/qzvol_id.xml", &in)) return 0;
     QzVolumeInfo info;
     Check(QzFile::GetInfoAboutAttachedVolume(QzString("T:\\"), &info), "the scratch volume is not attached");
     Check(FuzzMachine::ReadT(".qzvol/qzvol_id.xml") == in, "reading the marker changed it");

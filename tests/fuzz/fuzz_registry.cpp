@@ -28,15 +28,9 @@ bool Same(const QzVolumesXmlEntry& a, const QzVolumesXmlEntry& b) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    FuzzMachine::SetUp();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size > (1u << 16)) return 0;
-    const std::string_view in(reinterpret_cast<const char*>(data), size);
-    FuzzMachine::WriteT("qzvolumes.xml", in);
+    std::string_view in;
+    if (!FuzzMachine::PlaceInput(data, size, "qzvolumes.xml", &in)) return 0;
     std::vector<QzVolumesXmlEntry> first;
     int64_t lastId = -1;
     const bool ok = QzUiUtil::QzVolumesXml_ReadQzVolumesXmlFile(&first, &lastId);

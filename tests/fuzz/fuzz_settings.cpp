@@ -13,15 +13,9 @@
 using FuzzMachine::Check;
 using FuzzMachine::View;
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    FuzzMachine::SetUp();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size > (1u << 16)) return 0;
-    const std::string_view in(reinterpret_cast<const char*>(data), size);
-    FuzzMachine::WriteT("qzinfo.xml", in);
+    std::string_view in;
+    if (!FuzzMachine::PlaceInput(data, size, "qzinfo.xml", &in)) return 0;
     Check(QzInfoManager::ReadControlPanelSettingsFromQzInfoXmlFile(), "a readable settings file was refused");
     const QzSettings& s = QzInfoManager::Settings();
     Check(s.numDaysWarnIfNoBackup <= 7, "warning days out of range");

@@ -12,15 +12,9 @@
 using FuzzMachine::Check;
 using FuzzMachine::View;
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    FuzzMachine::SetUp();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size > (1u << 16)) return 0;
-    const std::string_view in(reinterpret_cast<const char*>(data), size);
-    FuzzMachine::WriteT("topdirs.xml", in);
+    std::string_view in;
+    if (!FuzzMachine::PlaceInput(data, size, "topdirs.xml", &in)) return 0;
     const QzString path("T:\\topdirs.xml");
     QzTopDirs first;
     first.secondsToScanEachDir.assign(64, -1);
