@@ -170,6 +170,21 @@ void FlushBuffer(QzScanState& run, QzFile::FutureFile& list) {
     run.buffer.Clear();
 }
 
+namespace {
+// Lists the directory. When that fails and the path holds the backslash
+// marker of a renamed name, lists it again with every marker turned back
+// into "\"; *retriedRet says whether that second try was made.
+bool ListDirectory(const QzString& dir, QzFileInfoList* entries, bool* retriedRet) {
+    *retriedRet = false;
+    if (QzFile::GetListOfFileInfosInDir(&dir, entries)) return true;
+    if (!dir.Contains(kBackslashMarker)) return false;
+    *retriedRet = true;
+    QzString plain;
+    ReplaceMarker(dir, &plain);
+    return QzFile::GetListOfFileInfosInDir(&plain, entries);
+}
+}  // namespace
+
 int DepthOfPath(const QzString& dir) {
     int depth = 0;
     const char* p = dir.c_str();
@@ -181,23 +196,16 @@ int DepthOfPath(const QzString& dir) {
 bool AddFilenamesFromThisDirToList(QzScanState& run, QzFile::FutureFile& list, const QzString& dir) {
     QzFileInfoList* entries = run.ListForDepth(0);
     if (!entries) return false;
-    if (!QzFile::GetListOfFileInfosInDir(&dir, entries)) {
-        bool listed = false;
-        if (dir.Contains(kBackslashMarker)) {
-            QzString plain;
-            ReplaceMarker(dir, &plain);
-            listed = QzFile::GetListOfFileInfosInDir(&plain, entries);
-            if (!listed)
-                QzLog::WriteLine(QzCat("ERROR: AddFilenamesFromThisDirToList -GtListOfFileIS fld f:", dir));
-        }
-        if (!listed) {
-            QzLog::WriteLine(QzCat("ERROR: AddFilenamesFromThisDirToList GetListOfFileI fld, processId=",
-                                   run.pid, ", so VerifyingMountPoints_B for dir: ", dir));
-            const bool unchanged = QzTopDirsFile::VerifyMountPointsAndCorrectTopDirs(&run.topDirs, &dir);
-            QzLog::WriteLine(unchanged ? "VerifyMountPointsAndCorrectTopDirs no change"
-                                       : "VerifyMountPointsAndCorrectTopDirs changed!");
-            return false;
-        }
+    bool retried = false;
+    if (!ListDirectory(dir, entries, &retried)) {
+        if (retried)
+            QzLog::WriteLine(QzCat("ERROR: AddFilenamesFromThisDirToList -GtListOfFileIS fld f:", dir));
+        QzLog::WriteLine(QzCat("ERROR: AddFilenamesFromThisDirToList GetListOfFileI fld, processId=", run.pid,
+                               ", so VerifyingMountPoints_B for dir: ", dir));
+        const bool unchanged = QzTopDirsFile::VerifyMountPointsAndCorrectTopDirs(&run.topDirs, &dir);
+        QzLog::WriteLine(unchanged ? "VerifyMountPointsAndCorrectTopDirs no change"
+                                   : "VerifyMountPointsAndCorrectTopDirs changed!");
+        return false;
     }
     QzFile::RemoveMountedNetworkFolders(entries);
     WriteBlock(run, list, dir, *entries, /*crLfTestOnly=*/true);
@@ -222,26 +230,20 @@ void RecursivelyAddFilenamesToList(QzScanState& run, QzFile::FutureFile& list, c
     }
     QzFileInfoList* entries = run.ListForDepth(depth);
     if (!entries) return;
-    if (!QzFile::GetListOfFileInfosInDir(&dir, entries)) {
-        bool listed = false;
-        if (dir.Contains(kBackslashMarker)) {
-            QzString plain;
-            ReplaceMarker(dir, &plain);
-            listed = QzFile::GetListOfFileInfosInDir(&plain, entries);
-            QzLog::WriteLine(QzCat("ERROR: RecursivelyAddFilenamesToList processId=", run.pid,
-                                   listed ? " - BB_GtLstOfFleIS suc f:" : " - AA_GtLstOfFleIS fld f=", dir));
-        }
-        if (!listed) {
-            if (QzPathAnomaly::IsSharedProgramDataJunction(dir)) return;
-            QzLog::WriteLine(
-                QzCat("ERROR: RecursivelyAddFilenamesToList processId=", run.pid,
-                      ", GetListOfFileInfosInDir failed, so VerifyingMountPoints_A for dir: ", dir));
-            const bool unchanged = QzTopDirsFile::VerifyMountPointsAndCorrectTopDirs(&run.topDirs, &dir);
-            QzLog::WriteLine(QzCat("RecursivelyAddFilenamesToList processId=", run.pid,
-                                   ", VerifyMountPointsAndCorrectTopDirs ",
-                                   unchanged ? "no change. dir: " : "changed! dir: ", dir));
-            return;
-        }
+    bool retried = false;
+    const bool listed = ListDirectory(dir, entries, &retried);
+    if (retried)
+        QzLog::WriteLine(QzCat("ERROR: RecursivelyAddFilenamesToList processId=", run.pid,
+                               listed ? " - BB_GtLstOfFleIS suc f:" : " - AA_GtLstOfFleIS fld f=", dir));
+    if (!listed) {
+        if (QzPathAnomaly::IsSharedProgramDataJunction(dir)) return;
+        QzLog::WriteLine(QzCat("ERROR: RecursivelyAddFilenamesToList processId=", run.pid,
+                               ", GetListOfFileInfosInDir failed, so VerifyingMountPoints_A for dir: ", dir));
+        const bool unchanged = QzTopDirsFile::VerifyMountPointsAndCorrectTopDirs(&run.topDirs, &dir);
+        QzLog::WriteLine(QzCat("RecursivelyAddFilenamesToList processId=", run.pid,
+                               ", VerifyMountPointsAndCorrectTopDirs ",
+                               unchanged ? "no change. dir: " : "changed! dir: ", dir));
+        return;
     }
     ThrottleAndCheck(run, dir);
     QzFile::RemoveMountedNetworkFolders(entries);
