@@ -168,26 +168,34 @@ std::vector<QzString> MakeCorpus(size_t count) {
     std::mt19937_64 rnd(20261121);
     std::vector<QzString> paths;
     paths.reserve(count);
-    std::string p;
+    // A scan asks about the files of one folder in a row: folders of 1 to 24
+    // files each, as in a generated volume (about 12 files per folder).
+    std::string folder, p;
+    size_t left = 0;
     for (size_t i = 0; i < count; ++i) {
-        const unsigned where = static_cast<unsigned>(rnd() % 100);
-        p = where < 95 || rnd() % 2 ? "C:\\" : "D:\\";
-        if (where < 70) {
-            p += "Users\\";
-            p += Pick(rnd, kUsers);
-            p += '\\';
-            p += Pick(rnd, kUserAreas);
-        } else if (where < 82) {
-            p += "ProgramData\\";
-            p += Pick(rnd, kProgramData);
-        } else {
-            p += Pick(rnd, kTop);
+        if (left == 0) {
+            left = 1 + rnd() % 24;
+            const unsigned where = static_cast<unsigned>(rnd() % 100);
+            folder = where < 95 || rnd() % 2 ? "C:\\" : "D:\\";
+            if (where < 70) {
+                folder += "Users\\";
+                folder += Pick(rnd, kUsers);
+                folder += '\\';
+                folder += Pick(rnd, kUserAreas);
+            } else if (where < 82) {
+                folder += "ProgramData\\";
+                folder += Pick(rnd, kProgramData);
+            } else {
+                folder += Pick(rnd, kTop);
+            }
+            for (int depth = static_cast<int>(rnd() % 4); depth > 0; --depth) {
+                folder += '\\';
+                folder += Pick(rnd, kSubdirs);
+            }
+            folder += '\\';
         }
-        for (int depth = static_cast<int>(rnd() % 4); depth > 0; --depth) {
-            p += '\\';
-            p += Pick(rnd, kSubdirs);
-        }
-        p += '\\';
+        --left;
+        p = folder;
         p += Pick(rnd, kNames);
         p += std::to_string(rnd() % 5000);
         const char* ext = Pick(rnd, kExts);

@@ -7,20 +7,15 @@
 
 using namespace QzRuleIndexWords;
 
-namespace {
-
-bool ContainsFrom(const char* hay, int32_t haylen, const char* needle, int32_t nlen) {
-    if (nlen <= 0 || nlen > haylen) return false;
-    const char* end = hay + haylen - nlen + 1;  // last start + 1
-    for (const char* p = hay; p < end; ++p) {
-        p = static_cast<const char*>(std::memchr(p, needle[0], static_cast<size_t>(end - p)));
-        if (!p) return false;
-        if (SameBytes(p + 1, needle + 1, nlen - 1)) return true;
+// Groups are visited in array order; there are only a few.
+void QzRuleIndex::SortGroups(std::vector<int32_t>& groups) {
+    for (size_t a = 1; a < groups.size(); ++a) {
+        const int32_t v = groups[a];
+        size_t k = a;
+        for (; k > 0 && groups[k - 1] > v; --k) groups[k] = groups[k - 1];
+        groups[k] = v;
     }
-    return false;
 }
-
-}  // namespace
 
 void QzRuleIndex::CollectTrieMatches(int32_t root) {
     const char* s = lower_.c_str() + 1;  // prefixes are compared from the path's second character
@@ -225,8 +220,9 @@ QzExcludeRuleNode* QzRuleIndex::TestList(const List& list) {
     return nullptr;
 }
 
-QzExcludeRuleNode* QzRuleIndex::TestGroup(int32_t gi) {
+QzExcludeRuleNode* QzRuleIndex::TestGroup(int32_t gi, bool inFolder) {
     const Group& g = groups_[static_cast<size_t>(gi)];
+    auto test = [&](const List& list) { return inFolder ? TestListInFolder(list) : TestList(list); };
     if (g.extCount > 0) {
         if (!haveExt_) PrepareExtension();
         const int32_t* table = extTable_.data() + g.extTable;
@@ -237,23 +233,18 @@ QzExcludeRuleNode* QzRuleIndex::TestGroup(int32_t gi) {
             const ExtRules& x = exts_[static_cast<size_t>(i)];
             if (x.len != extLen_ || x.hash != extHash_ || !SameBytes(x.ext, ext_, extLen_)) continue;
             // The first rule that holds in the two lists, taken in the tree's order.
-            QzExcludeRuleNode* hit = TestList(x.anyFirst ? g.any : x.list);
-            return hit ? hit : TestList(x.anyFirst ? x.list : g.any);
+            QzExcludeRuleNode* hit = test(x.anyFirst ? g.any : x.list);
+            return hit ? hit : test(x.anyFirst ? x.list : g.any);
         }
     }
-    return TestList(g.any);
+    return test(g.any);
 }
 
-QzExcludeRuleNode* QzRuleIndex::FindExcludingRule(const char* path, int32_t len) {
-    const auto key3 = QzStringUtil::ToLower(static_cast<unsigned char>(len > 3 ? path[3] : 0));
-    const auto key4 = QzStringUtil::ToLower(static_cast<unsigned char>(len > 4 ? path[4] : 0));
-    const int32_t b = keyToBucket_.empty() ? -1 : keyToBucket_[(static_cast<size_t>(key3) << 8) | key4];
-    if (b < 0 && starGroup_ < 0) return nullptr;
-
-    // The lower-case copy, eight bytes at a time.
-    if (!lower_.Reserve(len + 1, true)) return nullptr;
+// The lower-case copy (from a given offset on: the bytes before it are
+// there already), eight bytes at a time, and what every rule test reads.
+void QzRuleIndex::LowerPath(const char* path, int32_t len, int32_t from) {
     char* d = lower_.Data();
-    int32_t i = 0;
+    int32_t i = from;
     for (; i + 8 <= len; i += 8) {
         const uint64_t w = LowerAscii8(Load64(path + i));
         std::memcpy(d + i, &w, 8);
@@ -264,7 +255,42 @@ QzExcludeRuleNode* QzRuleIndex::FindExcludingRule(const char* path, int32_t len)
     haveExt_ = haveWords_ = false;
     tail_ = PackedTail(d, len);
     tailHash_ = len >= 4 ? Hash4(d + len - 4) : 0xFFFF;
+}
 
+QzExcludeRuleNode* QzRuleIndex::FindExcludingRule(const char* path, int32_t len) {
+    const auto key3 = QzStringUtil::ToLower(static_cast<unsigned char>(len > 3 ? path[3] : 0));
+    const auto key4 = QzStringUtil::ToLower(static_cast<unsigned char>(len > 4 ? path[4] : 0));
+    const int32_t b = keyToBucket_.empty() ? -1 : keyToBucket_[(static_cast<size_t>(key3) << 8) | key4];
+    if (b < 0 && starGroup_ < 0) return nullptr;
+    if (!lower_.Reserve(len + 1, true)) {
+        lowerHoldsFolder_ = false;
+        return nullptr;
+    }
+
+    // From the second path in a row of a folder whose part of the path holds
+    // the bucket's key on, the folder's groups and surviving rules answer.
+    int32_t folderLen = len;
+    while (folderLen > 0 && path[folderLen - 1] != '\\' && path[folderLen - 1] != '/') --folderLen;
+    if (folderLen >= 5) {
+        if (folderLen != folderLen_ || !SameBytes(path, folderRaw_.data(), folderLen)) {
+            folderLen_ = folderLen;
+            folderRaw_.assign(path, path + folderLen);
+            folderPrepared_ = folderUsable_ = false;
+        } else if (!folderPrepared_) {
+            PrepareFolder(path, folderLen);
+        }
+        if (folderUsable_) {
+            LowerPath(path, len, lowerHoldsFolder_ ? folderLen : 0);
+            lowerHoldsFolder_ = true;
+            for (const int32_t gi : folderGroups_)
+                if (QzExcludeRuleNode* hit = TestGroup(gi, true)) return hit;
+            return nullptr;
+        }
+    }
+
+    LowerPath(path, len, 0);
+    lowerHoldsFolder_ = folderLen >= 5;
+    const char* d = lower_.c_str();
     matched_.clear();
     if (b >= 0) {
         const Bucket& bucket = buckets_[static_cast<size_t>(b)];
@@ -279,14 +305,8 @@ QzExcludeRuleNode* QzRuleIndex::FindExcludingRule(const char* path, int32_t len)
         }
     }
     if (starGroup_ >= 0) matched_.push_back(starGroup_);
-    // Groups are visited in array order; there are only a few.
-    for (size_t a = 1; a < matched_.size(); ++a) {
-        const int32_t v = matched_[a];
-        size_t k = a;
-        for (; k > 0 && matched_[k - 1] > v; --k) matched_[k] = matched_[k - 1];
-        matched_[k] = v;
-    }
+    SortGroups(matched_);
     for (const int32_t gi : matched_)
-        if (QzExcludeRuleNode* hit = TestGroup(gi)) return hit;
+        if (QzExcludeRuleNode* hit = TestGroup(gi, false)) return hit;
     return nullptr;
 }

@@ -20,6 +20,12 @@
 //   the path shows are visited at all.
 // These are necessary conditions only: a rule that passes them is tested in
 // full, in list order, so answers never change.
+//
+// A walk asks about the files of one folder in a row. The folder part of a
+// path (up to its last "\" or "/") is examined once: which groups its
+// prefix selects, and per list which rules can still hold for some name in
+// that folder (a name holds no "\" or "/"). The folder's next files are
+// tested against those rules only.
 #pragma once
 
 #include <cstdint>
@@ -52,6 +58,9 @@ private:
         const char* text = nullptr;
         int32_t len = -1;        // -1: criterion absent
         int32_t separator = -1;  // offset of its first separator, -1 when it has none
+        int32_t lastSlash = -1;  // offset of its last "\" or "/", -1 when it has none
+        uint16_t grams[3] = {};  // hashes of its first, middle and last four bytes,
+        bool hasGrams = false;   // when it has that many
     };
     struct Probe {
         uint16_t hash = 0;
@@ -69,6 +78,7 @@ private:
     struct List {
         int32_t begin = 0, count = 0;  // into rules_
         int32_t byKey = -1;            // into byKey_ for long lists
+        int32_t id = 0;                // into folderLists_
     };
     struct ExtRules {
         const char* ext;
@@ -114,7 +124,18 @@ private:
     bool Contains(const Needle& n);
     bool RuleHolds(const Rule& r);
     QzExcludeRuleNode* TestList(const List& list);
-    QzExcludeRuleNode* TestGroup(int32_t g);
+    QzExcludeRuleNode* TestGroup(int32_t g, bool inFolder);
+    void LowerPath(const char* path, int32_t len, int32_t from);
+    static void SortGroups(std::vector<int32_t>& groups);
+    // The folder part: see QzRuleIndexFolder.cpp.
+    void PrepareFolder(const char* path, int32_t folderLen);
+    bool CollectFolderGroups(int32_t bucket);
+    bool FolderHas(const Needle& n) const;
+    bool FolderEndsWith(const char* text, int32_t n) const;
+    int ContainsInFolder(const Needle& n) const;
+    bool DeadInFolder(const Rule& r, uint32_t* known) const;
+    bool RuleHoldsInFolder(const Rule& r, uint32_t known);
+    QzExcludeRuleNode* TestListInFolder(const List& list);
 
     std::vector<Rule> rules_;
     std::vector<Probe> ruleKey_;  // per rule, packed for the scan over a list
@@ -159,4 +180,30 @@ private:
     int32_t folderSeparators_ = 0;
     int32_t folderKeys_ = -1;
     std::vector<uint64_t> candidates_;
+
+    // The folder examined last: its bytes as given and folded, its words,
+    // its groups in array order, and per list (by id, valid while its stamp
+    // is the folder's) the rules that can still hold there. A folder is
+    // examined when a second path in a row lies in it; folderUsable_ is
+    // false until then, or when the folder alone cannot tell which groups
+    // match.
+    int32_t numLists_ = 0;
+    int32_t folderLen_ = -1;
+    bool folderPrepared_ = false, folderUsable_ = false;
+    uint32_t folderStamp_ = 0;
+    std::vector<char> folderRaw_, folderLower_;
+    bool lowerHoldsFolder_ = false;                                // lower_ begins with the folder, folded
+    uint64_t folderGrams_[QzRuleIndexWords::kGramSize / 64] = {};  // every four bytes of the folder, hashed
+    std::vector<int32_t> folderGroups_;
+    struct FolderList {
+        uint32_t stamp = 0;
+        int32_t begin = 0, count = 0;  // into folderRules_; count -1: test the whole list
+    };
+    struct Survivor {
+        int32_t rule;
+        uint32_t known;  // criteria the folder decides: bit 0, 1 the contains texts hold, bit 2 + i
+                         // the i-th does-not-contain text cannot occur
+    };
+    std::vector<FolderList> folderLists_;
+    std::vector<Survivor> folderRules_;
 };

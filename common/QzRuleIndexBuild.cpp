@@ -18,9 +18,19 @@ bool QzRuleIndex::Build(QzExcludeRuleNode* const* groups, int32_t numGroups) {
 }
 
 QzRuleIndex::Needle QzRuleIndex::MakeNeedle(const QzString& text) {
-    Needle n{text.c_str(), text.Length(), -1};
-    for (int32_t i = 0; i < n.len && n.separator < 0; ++i)
-        if (IsSeparator(n.text[i])) n.separator = i;
+    Needle n;
+    n.text = text.c_str();
+    n.len = text.Length();
+    for (int32_t i = 0; i < n.len; ++i) {
+        if (IsSeparator(n.text[i]) && n.separator < 0) n.separator = i;
+        if (n.text[i] == '\\' || n.text[i] == '/') n.lastSlash = i;
+    }
+    if (n.len >= 4) {
+        n.grams[0] = Gram4(n.text);
+        n.grams[1] = Gram4(n.text + (n.len - 4) / 2);
+        n.grams[2] = Gram4(n.text + n.len - 4);
+        n.hasGrams = true;
+    }
     return n;
 }
 
@@ -55,6 +65,7 @@ void QzRuleIndex::AppendChain(QzExcludeRuleNode* head) {
 
 QzRuleIndex::List QzRuleIndex::AppendRules(QzExcludeRuleNode* chain) {
     List list;
+    list.id = numLists_++;
     list.begin = static_cast<int32_t>(rules_.size());
     AppendChain(chain);
     list.count = static_cast<int32_t>(rules_.size()) - list.begin;
@@ -171,6 +182,9 @@ void QzRuleIndex::BuildOrThrow(QzExcludeRuleNode* const* groups, int32_t numGrou
     alwaysBits_.clear();
     matched_.clear();
     matched_.reserve(static_cast<size_t>(numGroups) + 1);
+    numLists_ = 0;
+    folderLen_ = -1;
+    folderPrepared_ = folderUsable_ = lowerHoldsFolder_ = false;
 
     std::vector<QzExcludeRuleNode*> extNodes;
     std::vector<std::vector<int32_t>> bucketLists;
@@ -239,4 +253,7 @@ void QzRuleIndex::BuildOrThrow(QzExcludeRuleNode* const* groups, int32_t numGrou
             bucket.trieRoot = BuildTrie(list.data(), bucket.groupsCount);
         buckets_.push_back(bucket);
     }
+    folderLists_.assign(static_cast<size_t>(numLists_), FolderList{});
+    folderStamp_ = 0;
+    folderGroups_.reserve(static_cast<size_t>(numGroups) + 1);
 }

@@ -54,6 +54,14 @@ inline uint16_t Hash4(const char* p) {
     return static_cast<uint16_t>((Load32(p) * 0x9E3779B1u) >> (32 - kHashBits));
 }
 
+// Four bytes hashed to kGramBits bits, for the folder's set of every four
+// bytes it holds.
+constexpr int kGramBits = 12;
+constexpr int kGramSize = 1 << kGramBits;
+inline uint16_t Gram4(const char* p) {
+    return static_cast<uint16_t>((Load32(p) * 0x9E3779B1u) >> (32 - kGramBits));
+}
+
 inline uint32_t HashBytes(const char* p, int32_t n) {
     uint32_t h = 2166136261u;
     for (int32_t i = 0; i < n; ++i) {
@@ -80,6 +88,18 @@ inline bool SameBytes(const char* a, const char* b, int32_t n) {
     for (; i < n; ++i)
         if (a[i] != b[i]) return false;
     return true;
+}
+
+// Whether needle occurs in hay.
+inline bool ContainsFrom(const char* hay, int32_t haylen, const char* needle, int32_t nlen) {
+    if (nlen <= 0 || nlen > haylen) return false;
+    const char* end = hay + haylen - nlen + 1;  // last start + 1
+    for (const char* p = hay; p < end; ++p) {
+        p = static_cast<const char*>(std::memchr(p, needle[0], static_cast<size_t>(end - p)));
+        if (!p) return false;
+        if (SameBytes(p + 1, needle + 1, nlen - 1)) return true;
+    }
+    return false;
 }
 
 }  // namespace QzRuleIndexWords

@@ -1,0 +1,181 @@
+// The folder part of the exclusion decision; see QzRuleIndex.h.
+//
+// A path is its folder part F (up to and including its last "\" or "/")
+// followed by a name that holds neither. What can be known from F alone:
+// - a group's prefix that ends within F matches or not; one that runs on
+//   past F matches no name when the rest holds a slash, else F cannot tell;
+// - a text with a slash can lie in the path only within F, or across F's
+//   end when F ends with the text up to its last slash; a text whose last
+//   slash is followed by an ends-with match needs F to end the same way;
+// - a does-not-contain text found in F rules its rule out.
+// A rule ruled out for F cannot hold for any file of F; the others are
+// tested in full, in list order, so the answers stay those of the tree.
+#include "QzRuleIndex.h"
+#include "QzRuleTree.h"
+
+using namespace QzRuleIndexWords;
+
+namespace {
+
+bool HasSlash(const char* s, int32_t n) {
+    for (int32_t i = 0; i < n; ++i)
+        if (s[i] == '\\' || s[i] == '/') return true;
+    return false;
+}
+
+}  // namespace
+
+void QzRuleIndex::PrepareFolder(const char* path, int32_t folderLen) {
+    folderPrepared_ = true;
+    folderLower_.resize(static_cast<size_t>(folderLen) + 8);
+    char* f = folderLower_.data();
+    for (int32_t i = 0; i < folderLen; ++i)
+        f[i] = static_cast<char>(QzStringUtil::ToLower(static_cast<unsigned char>(path[i])));
+    if (++folderStamp_ == 0) {
+        for (FolderList& fl : folderLists_) fl.stamp = 0;
+        folderStamp_ = 1;
+    }
+    folderRules_.clear();
+    folderGroups_.clear();
+    folderUsable_ = false;
+
+    std::memset(folderGrams_, 0, sizeof folderGrams_);
+    for (int32_t at = 0; at + 4 <= folderLen; ++at) {
+        const uint16_t g = Gram4(f + at);
+        folderGrams_[g >> 6] |= 1ULL << (g & 63);
+    }
+
+    const size_t key =
+        (static_cast<size_t>(static_cast<unsigned char>(f[3])) << 8) | static_cast<unsigned char>(f[4]);
+    const int32_t b = keyToBucket_.empty() ? -1 : keyToBucket_[key];
+    if (b >= 0 && !CollectFolderGroups(b)) return;
+    if (starGroup_ >= 0) folderGroups_.push_back(starGroup_);
+    SortGroups(folderGroups_);
+    folderUsable_ = true;
+}
+
+// The groups of the bucket that every path of the folder matches; false
+// when some group's match depends on the name.
+bool QzRuleIndex::CollectFolderGroups(int32_t b) {
+    const char* f = folderLower_.data() + 1;  // prefixes are compared from the second character
+    const int32_t avail = folderLen_ - 1;
+    const Bucket& bucket = buckets_[static_cast<size_t>(b)];
+    if (bucket.trieRoot < 0) {
+        for (int32_t k = 0; k < bucket.groupsCount; ++k) {
+            const int32_t gi = bucketGroups_[static_cast<size_t>(bucket.groupsBegin + k)];
+            const Group& g = groups_[static_cast<size_t>(gi)];
+            if (g.prefixLen <= avail) {
+                if (SameBytes(f, g.prefix, g.prefixLen)) folderGroups_.push_back(gi);
+            } else if (SameBytes(f, g.prefix, avail) && !HasSlash(g.prefix + avail, g.prefixLen - avail)) {
+                return false;
+            }
+        }
+        return true;
+    }
+    const int32_t limit = avail < QzRuleTree::kMaxPrefixCompare ? avail : QzRuleTree::kMaxPrefixCompare;
+    int32_t node = bucket.trieRoot;
+    for (int32_t i = 0; i < limit; ++i) {
+        const auto c = static_cast<unsigned char>(f[i]);
+        int32_t child = trie_[static_cast<size_t>(node)].firstChild;
+        while (child >= 0 && trie_[static_cast<size_t>(child)].byte != c)
+            child = trie_[static_cast<size_t>(child)].nextSibling;
+        if (child < 0) return true;
+        node = child;
+        for (int32_t g = trie_[static_cast<size_t>(node)].group; g >= 0;
+             g = sameKeyNext_[static_cast<size_t>(g)])
+            folderGroups_.push_back(g);
+    }
+    // Longer prefixes go on into the name unless they go on with a slash.
+    for (int32_t child = trie_[static_cast<size_t>(node)].firstChild; child >= 0;
+         child = trie_[static_cast<size_t>(child)].nextSibling) {
+        const unsigned char c = trie_[static_cast<size_t>(child)].byte;
+        if (c != '\\' && c != '/') return false;
+    }
+    return true;
+}
+
+bool QzRuleIndex::FolderHas(const Needle& n) const {
+    if (n.len <= 0 || n.len > folderLen_) return false;
+    if (n.hasGrams) {
+        for (const uint16_t g : n.grams)
+            if (!((folderGrams_[g >> 6] >> (g & 63)) & 1)) return false;
+    }
+    return ContainsFrom(folderLower_.data(), folderLen_, n.text, n.len);
+}
+
+bool QzRuleIndex::FolderEndsWith(const char* text, int32_t n) const {
+    return n <= folderLen_ && SameBytes(folderLower_.data() + folderLen_ - n, text, n);
+}
+
+// For a contains criterion: 0 it holds for no name of the folder, 1 it
+// depends on the name, 2 it holds for every name (or is absent).
+int QzRuleIndex::ContainsInFolder(const Needle& n) const {
+    if (n.len < 0 || FolderHas(n)) return 2;
+    if (n.lastSlash < 0 || FolderEndsWith(n.text, n.lastSlash + 1)) return 1;
+    return 0;
+}
+
+// True when the rule holds for no name of the folder; otherwise `known`
+// receives the criteria the folder decides (see Survivor).
+bool QzRuleIndex::DeadInFolder(const Rule& r, uint32_t* known) const {
+    if (r.never) return true;
+    if (r.endsWith.len > 0 && r.endsWith.lastSlash >= 0 &&
+        !FolderEndsWith(r.endsWith.text, r.endsWith.lastSlash + 1))
+        return true;
+    const int c1 = ContainsInFolder(r.contains1);
+    if (c1 == 0) return true;
+    const int c2 = ContainsInFolder(r.contains2);
+    if (c2 == 0) return true;
+    *known = (c1 == 2 ? 1u : 0u) | (c2 == 2 ? 2u : 0u);
+    for (int32_t i = 0; i < r.dncCount; ++i) {
+        const Needle& d = doesNotContain_[static_cast<size_t>(r.dncBegin + i)];
+        if (FolderHas(d)) return true;
+        if (i < 30 && d.lastSlash >= 0 && !FolderEndsWith(d.text, d.lastSlash + 1)) *known |= 4u << i;
+    }
+    return false;
+}
+
+// The rule's test with the criteria the folder decided left out.
+bool QzRuleIndex::RuleHoldsInFolder(const Rule& r, uint32_t known) {
+    if (r.endsWith.len > 0) {
+        if (r.endsWith.len > len_ || (tail_ & r.endMask) != r.endTail) return false;
+        if (r.endsWith.len > 8 &&
+            !SameBytes(lower_.c_str() + len_ - r.endsWith.len, r.endsWith.text, r.endsWith.len - 8))
+            return false;
+    }
+    if (!(known & 1u) && !Contains(r.contains1)) return false;
+    if (!(known & 2u) && !Contains(r.contains2)) return false;
+    for (int32_t i = 0; i < r.dncCount; ++i)
+        if (!(i < 30 && ((known >> (2 + i)) & 1u)) &&
+            Contains(doesNotContain_[static_cast<size_t>(r.dncBegin + i)]))
+            return false;
+    return true;
+}
+
+// The list's rules that survive the folder, found on the folder's first
+// use of the list; a long list with many survivors keeps its own index.
+QzExcludeRuleNode* QzRuleIndex::TestListInFolder(const List& list) {
+    if (list.count == 0) return nullptr;
+    FolderList& fl = folderLists_[static_cast<size_t>(list.id)];
+    if (fl.stamp != folderStamp_) {
+        fl.stamp = folderStamp_;
+        fl.begin = static_cast<int32_t>(folderRules_.size());
+        for (int32_t i = list.begin; i < list.begin + list.count; ++i) {
+            uint32_t known = 0;
+            if (!DeadInFolder(rules_[static_cast<size_t>(i)], &known))
+                folderRules_.push_back(Survivor{i, known});
+        }
+        fl.count = static_cast<int32_t>(folderRules_.size()) - fl.begin;
+        if (list.byKey >= 0 && fl.count > kLinearListLimit) {
+            folderRules_.resize(static_cast<size_t>(fl.begin));
+            fl.count = -1;
+        }
+    }
+    if (fl.count < 0) return TestList(list);
+    const Survivor* survivors = folderRules_.data() + fl.begin;
+    for (int32_t k = 0; k < fl.count; ++k) {
+        const Rule& r = rules_[static_cast<size_t>(survivors[k].rule)];
+        if (RuleHoldsInFolder(r, survivors[k].known)) return r.node;
+    }
+    return nullptr;
+}
