@@ -7,6 +7,21 @@
 
 using namespace QzRuleIndexWords;
 
+// The length of the path's folder part: up to and including its last "\"
+// or "/", eight bytes at a time from the end.
+int32_t QzRuleIndex::FolderPartLength(const char* path, int32_t len) {
+    int32_t end = len;
+    if (kLittleEndian) {
+        for (; end >= 8; end -= 8) {
+            const uint64_t w = Load64(path + end - 8);
+            const uint64_t m = BytesEqual(w, '\\') | BytesEqual(w, '/');
+            if (m) return end - 8 + (63 - std::countl_zero(m)) / 8 + 1;
+        }
+    }
+    while (end > 0 && path[end - 1] != '\\' && path[end - 1] != '/') --end;
+    return end;
+}
+
 // Groups are visited in array order; there are only a few.
 void QzRuleIndex::SortGroups(std::vector<int32_t>& groups) {
     for (size_t a = 1; a < groups.size(); ++a) {
@@ -249,6 +264,12 @@ void QzRuleIndex::LowerPath(const char* path, int32_t len, int32_t from) {
         const uint64_t w = LowerAscii8(Load64(path + i));
         std::memcpy(d + i, &w, 8);
     }
+    if (i < len && len >= 8 && from <= len - 8) {
+        // The last bytes as one word ending at the path's end; folding twice changes nothing.
+        const uint64_t w = LowerAscii8(Load64(path + len - 8));
+        std::memcpy(d + len - 8, &w, 8);
+        i = len;
+    }
     for (; i < len; ++i) d[i] = static_cast<char>(QzStringUtil::ToLower(static_cast<unsigned char>(path[i])));
     lower_.SetLength(len);
     len_ = len;
@@ -267,18 +288,23 @@ QzExcludeRuleNode* QzRuleIndex::FindExcludingRule(const char* path, int32_t len)
         return nullptr;
     }
 
-    // From the second path in a row of a folder whose part of the path holds
-    // the bucket's key on, the folder's groups and surviving rules answer.
-    int32_t folderLen = len;
-    while (folderLen > 0 && path[folderLen - 1] != '\\' && path[folderLen - 1] != '/') --folderLen;
+    // Within a folder whose part of the path holds the bucket's key, the
+    // folder's groups and surviving rules answer: from the second path in a
+    // row on, or from the first once the paths come folder by folder (the
+    // folder before had more paths in a row), as in a walk.
+    const int32_t folderLen = FolderPartLength(path, len);
     if (folderLen >= 5) {
         if (folderLen != folderLen_ || !SameBytes(path, folderRaw_.data(), folderLen)) {
+            const bool walking = folderRun_ >= 2;
             folderLen_ = folderLen;
             folderRaw_.assign(path, path + folderLen);
-            folderPrepared_ = folderUsable_ = false;
+            folderPrepared_ = folderUsable_ = lowerHoldsFolder_ = false;
+            folderRun_ = 0;
+            if (walking) PrepareFolder(path, folderLen);
         } else if (!folderPrepared_) {
             PrepareFolder(path, folderLen);
         }
+        ++folderRun_;
         if (folderUsable_) {
             LowerPath(path, len, lowerHoldsFolder_ ? folderLen : 0);
             lowerHoldsFolder_ = true;

@@ -59,8 +59,8 @@ private:
         int32_t len = -1;        // -1: criterion absent
         int32_t separator = -1;  // offset of its first separator, -1 when it has none
         int32_t lastSlash = -1;  // offset of its last "\" or "/", -1 when it has none
-        uint16_t grams[3] = {};  // hashes of its first, middle and last four bytes,
-        bool hasGrams = false;   // when it has that many
+        int32_t id = -1;         // into needles_ for contains and does-not-contain texts
+        int32_t headId = -1;     // into heads_: the text up to and including its last slash
     };
     struct Probe {
         uint16_t hash = 0;
@@ -127,11 +127,12 @@ private:
     QzExcludeRuleNode* TestGroup(int32_t g, bool inFolder);
     void LowerPath(const char* path, int32_t len, int32_t from);
     static void SortGroups(std::vector<int32_t>& groups);
+    static int32_t FolderPartLength(const char* path, int32_t len);
     // The folder part: see QzRuleIndexFolder.cpp.
     void PrepareFolder(const char* path, int32_t folderLen);
     bool CollectFolderGroups(int32_t bucket);
     bool FolderHas(const Needle& n) const;
-    bool FolderEndsWith(const char* text, int32_t n) const;
+    bool FolderEndsWithHead(const Needle& n) const;
     int ContainsInFolder(const Needle& n) const;
     bool DeadInFolder(const Rule& r, uint32_t* known) const;
     bool RuleHoldsInFolder(const Rule& r, uint32_t known);
@@ -152,6 +153,21 @@ private:
     std::vector<ByKey> byKey_;
     std::vector<int32_t> keyOffsets_, keyPositions_;
     std::vector<uint64_t> alwaysBits_;
+    // The contains and does-not-contain texts, found in a folder through the
+    // hash of their last four bytes (shorter ones are searched for in turn).
+    struct NeedleText {
+        const char* text;
+        int32_t len;
+    };
+    // Likewise the heads (texts up to their last slash), found at the
+    // folder's end.
+    struct GramIndex {
+        std::vector<int32_t> start, ids, shortIds;
+    };
+    std::vector<NeedleText> needles_, heads_;
+    GramIndex needleIndex_, headIndex_;
+    void NumberNeedle(Needle& n, bool contained);
+    static void IndexByLastGram(const std::vector<NeedleText>& texts, GramIndex* index);
 
     // Per-call scratch, reused.
     QzString lower_;
@@ -190,10 +206,21 @@ private:
     int32_t numLists_ = 0;
     int32_t folderLen_ = -1;
     bool folderPrepared_ = false, folderUsable_ = false;
+    int32_t folderRun_ = 0;  // paths in a row in the folder
     uint32_t folderStamp_ = 0;
     std::vector<char> folderRaw_, folderLower_;
-    bool lowerHoldsFolder_ = false;                                // lower_ begins with the folder, folded
-    uint64_t folderGrams_[QzRuleIndexWords::kGramSize / 64] = {};  // every four bytes of the folder, hashed
+    bool lowerHoldsFolder_ = false;                  // lower_ begins with the folder, folded
+    std::vector<uint64_t> folderPresent_;            // per needle: it occurs in the folder
+    std::vector<uint64_t> folderHeads_;              // per head: the folder ends with it
+    std::vector<uint64_t> prevPresent_, prevHeads_;  // the same of the folder examined before
+    // The folder examined last, as given, and where in it texts were found.
+    std::vector<char> prepRaw_;
+    int32_t prepLen_ = 0;
+    struct Found {
+        int32_t id, end;
+    };
+    std::vector<Found> folderFound_;
+    bool haveSurvivors_ = false;  // folderRules_ holds survivors of some folder
     std::vector<int32_t> folderGroups_;
     struct FolderList {
         uint32_t stamp = 0;

@@ -25,12 +25,6 @@ QzRuleIndex::Needle QzRuleIndex::MakeNeedle(const QzString& text) {
         if (IsSeparator(n.text[i]) && n.separator < 0) n.separator = i;
         if (n.text[i] == '\\' || n.text[i] == '/') n.lastSlash = i;
     }
-    if (n.len >= 4) {
-        n.grams[0] = Gram4(n.text);
-        n.grams[1] = Gram4(n.text + (n.len - 4) / 2);
-        n.grams[2] = Gram4(n.text + n.len - 4);
-        n.hasGrams = true;
-    }
     return n;
 }
 
@@ -47,6 +41,11 @@ void QzRuleIndex::AppendChain(QzExcludeRuleNode* head) {
         for (const QzString& t : f.doesNotContain)
             if (!t.IsEmpty()) doesNotContain_.push_back(MakeNeedle(t));  // "" never occurs
         r.dncCount = static_cast<int32_t>(doesNotContain_.size()) - r.dncBegin;
+        NumberNeedle(r.contains1, true);
+        NumberNeedle(r.contains2, true);
+        NumberNeedle(r.endsWith, false);
+        for (int32_t i = r.dncBegin; i < r.dncBegin + r.dncCount; ++i)
+            NumberNeedle(doesNotContain_[static_cast<size_t>(i)], true);
         if (r.endsWith.len > 0) {
             r.endTail = PackedTail(r.endsWith.text, r.endsWith.len);
             r.endMask = r.endsWith.len >= 8 ? ~0ULL : (1ULL << (8 * r.endsWith.len)) - 1;
@@ -60,6 +59,36 @@ void QzRuleIndex::AppendChain(QzExcludeRuleNode* head) {
             key = r.probes[0];
         rules_.push_back(r);
         ruleKey_.push_back(key);
+    }
+}
+
+void QzRuleIndex::NumberNeedle(Needle& n, bool contained) {
+    if (n.len <= 0) return;
+    if (contained) {
+        n.id = static_cast<int32_t>(needles_.size());
+        needles_.push_back(NeedleText{n.text, n.len});
+    }
+    if (n.lastSlash >= 0) {
+        n.headId = static_cast<int32_t>(heads_.size());
+        heads_.push_back(NeedleText{n.text, n.lastSlash + 1});
+    }
+}
+
+// Per hash of the last four bytes, the texts that end so; the shorter texts apart.
+void QzRuleIndex::IndexByLastGram(const std::vector<NeedleText>& texts, GramIndex* index) {
+    index->start.assign(kGramSize + 1, 0);
+    for (const NeedleText& n : texts)
+        if (n.len >= 4) ++index->start[Gram4(n.text + n.len - 4) + 1u];
+    for (int g = 0; g < kGramSize; ++g) index->start[g + 1u] += index->start[static_cast<size_t>(g)];
+    index->ids.resize(static_cast<size_t>(index->start[kGramSize]));
+    std::vector<int32_t> fill(index->start.begin(), index->start.end() - 1);
+    index->shortIds.clear();
+    for (int32_t id = 0; id < static_cast<int32_t>(texts.size()); ++id) {
+        const NeedleText& n = texts[static_cast<size_t>(id)];
+        if (n.len >= 4)
+            index->ids[static_cast<size_t>(fill[Gram4(n.text + n.len - 4)]++)] = id;
+        else
+            index->shortIds.push_back(id);
     }
 }
 
@@ -167,6 +196,8 @@ void QzRuleIndex::BuildOrThrow(QzExcludeRuleNode* const* groups, int32_t numGrou
     rules_.clear();
     ruleKey_.clear();
     doesNotContain_.clear();
+    needles_.clear();
+    heads_.clear();
     exts_.clear();
     extTable_.clear();
     groups_.assign(static_cast<size_t>(numGroups), Group{});
@@ -185,6 +216,7 @@ void QzRuleIndex::BuildOrThrow(QzExcludeRuleNode* const* groups, int32_t numGrou
     numLists_ = 0;
     folderLen_ = -1;
     folderPrepared_ = folderUsable_ = lowerHoldsFolder_ = false;
+    folderRun_ = 0;
 
     std::vector<QzExcludeRuleNode*> extNodes;
     std::vector<std::vector<int32_t>> bucketLists;
@@ -253,6 +285,15 @@ void QzRuleIndex::BuildOrThrow(QzExcludeRuleNode* const* groups, int32_t numGrou
             bucket.trieRoot = BuildTrie(list.data(), bucket.groupsCount);
         buckets_.push_back(bucket);
     }
+    IndexByLastGram(needles_, &needleIndex_);
+    IndexByLastGram(heads_, &headIndex_);
+    folderPresent_.assign((needles_.size() + 63) / 64, 0);
+    folderHeads_.assign((heads_.size() + 63) / 64, 0);
+    prevPresent_ = folderPresent_;
+    prevHeads_ = folderHeads_;
+    prepLen_ = 0;
+    folderFound_.clear();
+    haveSurvivors_ = false;
     folderLists_.assign(static_cast<size_t>(numLists_), FolderList{});
     folderStamp_ = 0;
     folderGroups_.reserve(static_cast<size_t>(numGroups) + 1);

@@ -10,6 +10,8 @@
 // - a does-not-contain text found in F rules its rule out.
 // A rule ruled out for F cannot hold for any file of F; the others are
 // tested in full, in list order, so the answers stay those of the tree.
+#include <algorithm>
+
 #include "QzRuleIndex.h"
 #include "QzRuleTree.h"
 
@@ -27,22 +29,74 @@ bool HasSlash(const char* s, int32_t n) {
 
 void QzRuleIndex::PrepareFolder(const char* path, int32_t folderLen) {
     folderPrepared_ = true;
-    folderLower_.resize(static_cast<size_t>(folderLen) + 8);
-    char* f = folderLower_.data();
-    for (int32_t i = 0; i < folderLen; ++i)
-        f[i] = static_cast<char>(QzStringUtil::ToLower(static_cast<unsigned char>(path[i])));
-    if (++folderStamp_ == 0) {
-        for (FolderList& fl : folderLists_) fl.stamp = 0;
-        folderStamp_ = 1;
-    }
-    folderRules_.clear();
     folderGroups_.clear();
     folderUsable_ = false;
 
-    std::memset(folderGrams_, 0, sizeof folderGrams_);
-    for (int32_t at = 0; at + 4 <= folderLen; ++at) {
-        const uint16_t g = Gram4(f + at);
-        folderGrams_[g >> 6] |= 1ULL << (g & 63);
+    // The bytes this folder shares with the one examined before (in a walk
+    // its parent or a sibling): they are folded already, and the texts found
+    // within them are found again.
+    int32_t common = 0;
+    const int32_t shorter = folderLen < prepLen_ ? folderLen : prepLen_;
+    while (common + 8 <= shorter && Load64(path + common) == Load64(prepRaw_.data() + common)) common += 8;
+    while (common < shorter && path[common] == prepRaw_[static_cast<size_t>(common)]) ++common;
+    prepRaw_.resize(static_cast<size_t>(folderLen) + 8);
+    std::memcpy(prepRaw_.data(), path, static_cast<size_t>(folderLen));
+    prepLen_ = folderLen;
+    folderLower_.resize(static_cast<size_t>(folderLen) + 8);
+    char* f = folderLower_.data();
+    for (int32_t i = common; i < folderLen; ++i)
+        f[i] = static_cast<char>(QzStringUtil::ToLower(static_cast<unsigned char>(path[i])));
+
+    // The texts that occur in the folder: at each end position, those whose
+    // last four bytes hash alike are compared. The heads it ends with: those
+    // whose last four bytes hash like the folder's.
+    auto set = [](std::vector<uint64_t>& bits, int32_t id) {
+        bits[static_cast<size_t>(id) >> 6] |= 1ULL << (id & 63);
+    };
+    folderPresent_.swap(prevPresent_);
+    folderHeads_.swap(prevHeads_);
+    std::fill(folderPresent_.begin(), folderPresent_.end(), 0);
+    size_t kept = 0;
+    for (const Found& found : folderFound_) {
+        if (found.end > common) break;
+        folderFound_[kept++] = found;
+        set(folderPresent_, found.id);
+    }
+    folderFound_.resize(kept);
+    for (int32_t end = common < 4 ? 4 : common + 1; end <= folderLen; ++end) {
+        const uint16_t g = Gram4(f + end - 4);
+        for (int32_t k = needleIndex_.start[g]; k < needleIndex_.start[g + 1u]; ++k) {
+            const int32_t id = needleIndex_.ids[static_cast<size_t>(k)];
+            const NeedleText& n = needles_[static_cast<size_t>(id)];
+            if (n.len <= end && SameBytes(f + end - n.len, n.text, n.len)) {
+                set(folderPresent_, id);
+                folderFound_.push_back(Found{id, end});
+            }
+        }
+    }
+    for (const int32_t id : needleIndex_.shortIds) {
+        const NeedleText& n = needles_[static_cast<size_t>(id)];
+        if (ContainsFrom(f, folderLen, n.text, n.len)) set(folderPresent_, id);
+    }
+    std::fill(folderHeads_.begin(), folderHeads_.end(), 0);
+    auto endsWith = [&](int32_t id) {
+        const NeedleText& n = heads_[static_cast<size_t>(id)];
+        if (n.len <= folderLen && SameBytes(f + folderLen - n.len, n.text, n.len)) set(folderHeads_, id);
+    };
+    const uint16_t last = Gram4(f + folderLen - 4);
+    for (int32_t k = headIndex_.start[last]; k < headIndex_.start[last + 1u]; ++k)
+        endsWith(headIndex_.ids[static_cast<size_t>(k)]);
+    for (const int32_t id : headIndex_.shortIds) endsWith(id);
+
+    // The rules that survive depend on these texts only: a folder that shows
+    // the same ones as the folder before keeps its survivors.
+    if (!haveSurvivors_ || folderPresent_ != prevPresent_ || folderHeads_ != prevHeads_) {
+        if (++folderStamp_ == 0) {
+            for (FolderList& fl : folderLists_) fl.stamp = 0;
+            folderStamp_ = 1;
+        }
+        folderRules_.clear();
+        haveSurvivors_ = true;
     }
 
     const size_t key =
@@ -95,23 +149,18 @@ bool QzRuleIndex::CollectFolderGroups(int32_t b) {
 }
 
 bool QzRuleIndex::FolderHas(const Needle& n) const {
-    if (n.len <= 0 || n.len > folderLen_) return false;
-    if (n.hasGrams) {
-        for (const uint16_t g : n.grams)
-            if (!((folderGrams_[g >> 6] >> (g & 63)) & 1)) return false;
-    }
-    return ContainsFrom(folderLower_.data(), folderLen_, n.text, n.len);
+    return n.id >= 0 && ((folderPresent_[static_cast<size_t>(n.id) >> 6] >> (n.id & 63)) & 1);
 }
 
-bool QzRuleIndex::FolderEndsWith(const char* text, int32_t n) const {
-    return n <= folderLen_ && SameBytes(folderLower_.data() + folderLen_ - n, text, n);
+bool QzRuleIndex::FolderEndsWithHead(const Needle& n) const {
+    return n.headId >= 0 && ((folderHeads_[static_cast<size_t>(n.headId) >> 6] >> (n.headId & 63)) & 1);
 }
 
 // For a contains criterion: 0 it holds for no name of the folder, 1 it
 // depends on the name, 2 it holds for every name (or is absent).
 int QzRuleIndex::ContainsInFolder(const Needle& n) const {
     if (n.len < 0 || FolderHas(n)) return 2;
-    if (n.lastSlash < 0 || FolderEndsWith(n.text, n.lastSlash + 1)) return 1;
+    if (n.lastSlash < 0 || FolderEndsWithHead(n)) return 1;
     return 0;
 }
 
@@ -119,9 +168,7 @@ int QzRuleIndex::ContainsInFolder(const Needle& n) const {
 // receives the criteria the folder decides (see Survivor).
 bool QzRuleIndex::DeadInFolder(const Rule& r, uint32_t* known) const {
     if (r.never) return true;
-    if (r.endsWith.len > 0 && r.endsWith.lastSlash >= 0 &&
-        !FolderEndsWith(r.endsWith.text, r.endsWith.lastSlash + 1))
-        return true;
+    if (r.endsWith.len > 0 && r.endsWith.lastSlash >= 0 && !FolderEndsWithHead(r.endsWith)) return true;
     const int c1 = ContainsInFolder(r.contains1);
     if (c1 == 0) return true;
     const int c2 = ContainsInFolder(r.contains2);
@@ -130,7 +177,7 @@ bool QzRuleIndex::DeadInFolder(const Rule& r, uint32_t* known) const {
     for (int32_t i = 0; i < r.dncCount; ++i) {
         const Needle& d = doesNotContain_[static_cast<size_t>(r.dncBegin + i)];
         if (FolderHas(d)) return true;
-        if (i < 30 && d.lastSlash >= 0 && !FolderEndsWith(d.text, d.lastSlash + 1)) *known |= 4u << i;
+        if (i < 30 && d.lastSlash >= 0 && !FolderEndsWithHead(d)) *known |= 4u << i;
     }
     return false;
 }

@@ -19,6 +19,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -117,6 +118,19 @@ bool WorkingDirectoryDrive(char* letterRet, std::string* restRet) {
     return found;
 }
 
+// True when every "\" of rest is followed by a name that does not begin
+// with "." (or ends rest), and rest holds no "/".
+bool IsPlainRest(const char* rest, size_t n) {
+    if (std::memchr(rest, '/', n)) return false;
+    const char* end = rest + n;
+    for (const char* p = rest;
+         (p = static_cast<const char*>(std::memchr(p, '\\', static_cast<size_t>(end - p))));) {
+        ++p;
+        if (p < end && (*p == '.' || *p == '\\')) return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 const Drive& LookupDrive(char letter) {
@@ -138,6 +152,23 @@ uint32_t MapPath(const char* win, std::string* out, bool* isDriveRootRet) {
     if (*win == '\0') return ErrPathNotFound;  // the empty path names nothing
     char letter;
     std::string rest;
+    if (IsDriveForm(win) && win[2] == '\\') {
+        // The common form, "X:\a\b": no "." or ".." component, no empty one,
+        // no "/": the components map one to one.
+        const char* r = win + 2;
+        const size_t n = std::strlen(r);
+        if (IsPlainRest(r, n)) {
+            const Drive& d = LookupDrive(win[0]);
+            if (!d.mapped) return ErrPathNotFound;
+            out->reserve(d.dir.size() + n);
+            out->assign(d.dir);
+            const size_t base = out->size();
+            out->append(r, n);
+            std::replace(out->begin() + static_cast<std::ptrdiff_t>(base), out->end(), '\\', '/');
+            if (n == 1 && isDriveRootRet) *isDriveRootRet = true;
+            return ErrSuccess;
+        }
+    }
     if (IsDriveForm(win)) {
         letter = win[0];
         rest = win + 2;
