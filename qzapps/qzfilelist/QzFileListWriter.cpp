@@ -1,5 +1,6 @@
 #include "QzFileListWriter.h"
 
+#include <bit>
 #include <cstring>
 
 #include "QzFile.h"
@@ -44,13 +45,23 @@ inline int PutDecimal(char* out, int64_t v) {
     return n;
 }
 
+// Eight hex digits of 32 bits, most significant first, all at once: each
+// nibble spread into a byte of its own, then turned into its digit.
+inline uint64_t Hex8(uint32_t v) {
+    uint64_t x = v;
+    x = (x | (x << 16)) & 0x0000FFFF0000FFFFULL;
+    x = (x | (x << 8)) & 0x00FF00FF00FF00FFULL;
+    x = (x | (x << 4)) & 0x0F0F0F0F0F0F0F0FULL;
+    const uint64_t letters = ((x + 0x0606060606060606ULL) >> 4) & 0x0101010101010101ULL;  // nibbles above 9
+    x += 0x3030303030303030ULL + letters * ('a' - '0' - 10);
+    return std::endian::native == std::endian::little ? __builtin_bswap64(x) : x;
+}
+
 inline void PutHex16(char* out, int64_t v) {
-    static const char kDigits[] = "0123456789abcdef";
-    uint64_t u = static_cast<uint64_t>(v);
-    for (int i = 15; i >= 0; --i) {
-        out[i] = kDigits[u & 0xf];
-        u >>= 4;
-    }
+    const auto u = static_cast<uint64_t>(v);
+    const uint64_t high = Hex8(static_cast<uint32_t>(u >> 32)), low = Hex8(static_cast<uint32_t>(u));
+    std::memcpy(out, &high, 8);
+    std::memcpy(out + 8, &low, 8);
 }
 
 // "f\t<16 hex>\t<size>\t<path>\n" ("s" for a reparse point).
