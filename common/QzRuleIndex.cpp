@@ -50,17 +50,37 @@ void QzRuleIndex::CollectTrieMatches(int32_t root) {
     }
 }
 
+// The extension: after the last period of the final name component, folded.
+// Periods and separators are the same in the path as given and folded.
 void QzRuleIndex::PrepareExtension() {
     haveExt_ = true;
-    const char* p = lower_.c_str();
-    ext_ = p + len_;
-    for (int32_t i = len_ - 1; i >= 0 && p[i] != '\\' && p[i] != '/'; --i) {
-        if (p[i] == '.') {
-            ext_ = p + i + 1;
-            break;
+    const char* p = path_;
+    int32_t start = len_;
+    if (nameStart_ >= 0) {
+        // Within a folder the name holds no separator.
+        for (int32_t i = len_ - 1; i >= nameStart_; --i) {
+            if (p[i] == '.') {
+                start = i + 1;
+                break;
+            }
+        }
+    } else {
+        for (int32_t i = len_ - 1; i >= 0 && p[i] != '\\' && p[i] != '/'; --i) {
+            if (p[i] == '.') {
+                start = i + 1;
+                break;
+            }
         }
     }
-    extLen_ = static_cast<int32_t>(p + len_ - ext_);
+    extLen_ = len_ - start;
+    if (extLen_ <= kExtBufSize) {
+        for (int32_t i = 0; i < extLen_; ++i)
+            extBuf_[i] = static_cast<char>(QzStringUtil::ToLower(static_cast<unsigned char>(p[start + i])));
+        ext_ = extBuf_;
+    } else {
+        EnsureLower();
+        ext_ = lower_.c_str() + start;
+    }
     extHash_ = HashBytes(ext_, extLen_);
 }
 
@@ -74,6 +94,7 @@ inline void QzRuleIndex::SetWordBit(uint32_t key) {
 // with the previous one are taken over from it.
 void QzRuleIndex::PrepareWords() {
     haveWords_ = true;
+    EnsureLower();
     std::memset(words_, 0, sizeof words_);
     if (separators_.size() < static_cast<size_t>(len_)) {
         separators_.resize(static_cast<size_t>(len_));
@@ -157,6 +178,7 @@ void QzRuleIndex::PrepareWords() {
 // path's; one without is searched for byte by byte.
 bool QzRuleIndex::Contains(const Needle& n) {
     if (n.len <= 0 || n.len > len_) return false;
+    EnsureLower();
     const char* p = lower_.c_str();
     if (n.separator < 0) return ContainsFrom(p, len_, n.text, n.len);
     if (!haveWords_) PrepareWords();
@@ -184,6 +206,7 @@ bool QzRuleIndex::MayHold(Probe key) {
 
 bool QzRuleIndex::RuleHolds(const Rule& r) {
     if (r.never) return false;
+    EnsureLower();
     const char* p = lower_.c_str();
     if (r.endsWith.len > 0) {
         if (r.endsWith.len > len_ || (tail_ & r.endMask) != r.endTail) return false;
@@ -256,7 +279,7 @@ QzExcludeRuleNode* QzRuleIndex::TestGroup(int32_t gi, bool inFolder) {
 }
 
 // The lower-case copy (from a given offset on: the bytes before it are
-// there already), eight bytes at a time, and what every rule test reads.
+// there already), eight bytes at a time.
 void QzRuleIndex::LowerPath(const char* path, int32_t len, int32_t from) {
     char* d = lower_.Data();
     int32_t i = from;
@@ -272,10 +295,33 @@ void QzRuleIndex::LowerPath(const char* path, int32_t len, int32_t from) {
     }
     for (; i < len; ++i) d[i] = static_cast<char>(QzStringUtil::ToLower(static_cast<unsigned char>(path[i])));
     lower_.SetLength(len);
+    lowerValid_ = true;
+}
+
+// What every rule test reads first: the path's length, its folded last
+// bytes and their hash. The lower-case copy is made when a test needs it.
+void QzRuleIndex::PrepareTail(const char* path, int32_t len) {
+    path_ = path;
     len_ = len;
-    haveExt_ = haveWords_ = false;
-    tail_ = PackedTail(d, len);
-    tailHash_ = len >= 4 ? Hash4(d + len - 4) : 0xFFFF;
+    nameStart_ = -1;
+    haveExt_ = haveWords_ = lowerValid_ = false;
+    char last[8] = {};
+    const int32_t n = len < 8 ? len : 8;
+    if (n == 8) {
+        const uint64_t w = LowerAscii8(Load64(path + len - 8));
+        std::memcpy(last, &w, 8);
+    } else {
+        for (int32_t i = 0; i < n; ++i)
+            last[i] = static_cast<char>(QzStringUtil::ToLower(static_cast<unsigned char>(path[len - n + i])));
+    }
+    tail_ = PackedTail(last, n);
+    tailHash_ = len >= 4 ? Hash4(last + n - 4) : 0xFFFF;
+}
+
+void QzRuleIndex::EnsureLower() {
+    if (lowerValid_) return;
+    LowerPath(path_, len_, lowerHoldsFolder_ ? folderLen_ : 0);
+    lowerHoldsFolder_ = true;
 }
 
 QzExcludeRuleNode* QzRuleIndex::FindExcludingRule(const char* path, int32_t len) {
@@ -306,14 +352,15 @@ QzExcludeRuleNode* QzRuleIndex::FindExcludingRule(const char* path, int32_t len)
         }
         ++folderRun_;
         if (folderUsable_) {
-            LowerPath(path, len, lowerHoldsFolder_ ? folderLen : 0);
-            lowerHoldsFolder_ = true;
+            PrepareTail(path, len);
+            nameStart_ = folderLen;
             for (const int32_t gi : folderGroups_)
                 if (QzExcludeRuleNode* hit = TestGroup(gi, true)) return hit;
             return nullptr;
         }
     }
 
+    PrepareTail(path, len);
     LowerPath(path, len, 0);
     lowerHoldsFolder_ = folderLen >= 5;
     const char* d = lower_.c_str();

@@ -126,6 +126,8 @@ private:
     QzExcludeRuleNode* TestList(const List& list);
     QzExcludeRuleNode* TestGroup(int32_t g, bool inFolder);
     void LowerPath(const char* path, int32_t len, int32_t from);
+    void PrepareTail(const char* path, int32_t len);
+    void EnsureLower();
     static void SortGroups(std::vector<int32_t>& groups);
     static int32_t FolderPartLength(const char* path, int32_t len);
     // The folder part: see QzRuleIndexFolder.cpp.
@@ -137,6 +139,7 @@ private:
     bool DeadInFolder(const Rule& r, uint32_t* known) const;
     bool RuleHoldsInFolder(const Rule& r, uint32_t known);
     QzExcludeRuleNode* TestListInFolder(const List& list);
+    bool ContainsPastFolder(const Needle& n);
 
     std::vector<Rule> rules_;
     std::vector<Probe> ruleKey_;  // per rule, packed for the scan over a list
@@ -170,7 +173,12 @@ private:
     static void IndexByLastGram(const std::vector<NeedleText>& texts, GramIndex* index);
 
     // Per-call scratch, reused.
+    const char* path_ = nullptr;  // the path as given
+    int32_t nameStart_ = -1;      // where its name begins, when it lies in the examined folder
     QzString lower_;
+    bool lowerValid_ = false;  // lower_ holds the whole path, folded
+    static constexpr int32_t kExtBufSize = 32;
+    char extBuf_[kExtBufSize] = {};
     int32_t len_ = 0;
     std::vector<int32_t> matched_;
     bool haveExt_ = false, haveWords_ = false;

@@ -186,17 +186,28 @@ bool QzRuleIndex::DeadInFolder(const Rule& r, uint32_t* known) const {
 bool QzRuleIndex::RuleHoldsInFolder(const Rule& r, uint32_t known) {
     if (r.endsWith.len > 0) {
         if (r.endsWith.len > len_ || (tail_ & r.endMask) != r.endTail) return false;
-        if (r.endsWith.len > 8 &&
-            !SameBytes(lower_.c_str() + len_ - r.endsWith.len, r.endsWith.text, r.endsWith.len - 8))
-            return false;
+        if (r.endsWith.len > 8) {
+            EnsureLower();
+            if (!SameBytes(lower_.c_str() + len_ - r.endsWith.len, r.endsWith.text, r.endsWith.len - 8))
+                return false;
+        }
     }
-    if (!(known & 1u) && !Contains(r.contains1)) return false;
-    if (!(known & 2u) && !Contains(r.contains2)) return false;
+    if (!(known & 1u) && !ContainsPastFolder(r.contains1)) return false;
+    if (!(known & 2u) && !ContainsPastFolder(r.contains2)) return false;
     for (int32_t i = 0; i < r.dncCount; ++i)
         if (!(i < 30 && ((known >> (2 + i)) & 1u)) &&
-            Contains(doesNotContain_[static_cast<size_t>(r.dncBegin + i)]))
+            ContainsPastFolder(doesNotContain_[static_cast<size_t>(r.dncBegin + i)]))
             return false;
     return true;
+}
+
+// For a surviving rule's text that the folder does not hold: whether it
+// lies in the path, which it can only do reaching past the folder.
+bool QzRuleIndex::ContainsPastFolder(const Needle& n) {
+    if (n.len <= 0 || n.len > len_) return false;
+    EnsureLower();
+    const int32_t from = folderLen_ - n.len + 1 > 0 ? folderLen_ - n.len + 1 : 0;
+    return ContainsFrom(lower_.c_str() + from, len_ - from, n.text, n.len);
 }
 
 // The list's rules that survive the folder, found on the folder's first
@@ -218,7 +229,10 @@ QzExcludeRuleNode* QzRuleIndex::TestListInFolder(const List& list) {
             fl.count = -1;
         }
     }
-    if (fl.count < 0) return TestList(list);
+    if (fl.count < 0) {
+        EnsureLower();
+        return TestList(list);
+    }
     const Survivor* survivors = folderRules_.data() + fl.begin;
     for (int32_t k = 0; k < fl.count; ++k) {
         const Rule& r = rules_[static_cast<size_t>(survivors[k].rule)];
