@@ -29,6 +29,8 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "QzRuleIndexWords.h"
@@ -168,6 +170,7 @@ private:
         std::vector<int32_t> start, ids, shortIds;
     };
     std::vector<NeedleText> needles_, heads_;
+    std::unordered_map<std::string_view, int32_t> needleIds_, headIds_;  // while building
     GramIndex needleIndex_, headIndex_;
     void NumberNeedle(Needle& n, bool contained);
     static void IndexByLastGram(const std::vector<NeedleText>& texts, GramIndex* index);

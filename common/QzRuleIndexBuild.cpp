@@ -1,4 +1,7 @@
 // Building the rule index from the tree; see QzRuleIndex.h.
+#include <string_view>
+#include <unordered_map>
+
 #include "QzRuleIndex.h"
 #include "QzRuleTree.h"
 
@@ -62,16 +65,18 @@ void QzRuleIndex::AppendChain(QzExcludeRuleNode* head) {
     }
 }
 
+// Texts alike get one number: a folder looks each up once.
 void QzRuleIndex::NumberNeedle(Needle& n, bool contained) {
     if (n.len <= 0) return;
-    if (contained) {
-        n.id = static_cast<int32_t>(needles_.size());
-        needles_.push_back(NeedleText{n.text, n.len});
-    }
-    if (n.lastSlash >= 0) {
-        n.headId = static_cast<int32_t>(heads_.size());
-        heads_.push_back(NeedleText{n.text, n.lastSlash + 1});
-    }
+    auto number = [](std::vector<NeedleText>& texts, std::unordered_map<std::string_view, int32_t>& seen,
+                     const char* text, int32_t len) {
+        const auto [it, added] = seen.emplace(std::string_view(text, static_cast<size_t>(len)),
+                                              static_cast<int32_t>(texts.size()));
+        if (added) texts.push_back(NeedleText{text, len});
+        return it->second;
+    };
+    if (contained) n.id = number(needles_, needleIds_, n.text, n.len);
+    if (n.lastSlash >= 0) n.headId = number(heads_, headIds_, n.text, n.lastSlash + 1);
 }
 
 // Per hash of the last four bytes, the texts that end so; the shorter texts apart.
@@ -198,6 +203,8 @@ void QzRuleIndex::BuildOrThrow(QzExcludeRuleNode* const* groups, int32_t numGrou
     doesNotContain_.clear();
     needles_.clear();
     heads_.clear();
+    needleIds_.clear();
+    headIds_.clear();
     exts_.clear();
     extTable_.clear();
     groups_.assign(static_cast<size_t>(numGroups), Group{});
@@ -285,6 +292,8 @@ void QzRuleIndex::BuildOrThrow(QzExcludeRuleNode* const* groups, int32_t numGrou
             bucket.trieRoot = BuildTrie(list.data(), bucket.groupsCount);
         buckets_.push_back(bucket);
     }
+    needleIds_.clear();  // they name texts of the tree, which may change before the next build
+    headIds_.clear();
     IndexByLastGram(needles_, &needleIndex_);
     IndexByLastGram(heads_, &headIndex_);
     folderPresent_.assign((needles_.size() + 63) / 64, 0);

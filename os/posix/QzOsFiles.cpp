@@ -19,7 +19,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -164,7 +163,10 @@ uint32_t MapPath(const char* win, std::string* out, bool* isDriveRootRet) {
             out->assign(d.dir);
             const size_t base = out->size();
             out->append(r, n);
-            std::replace(out->begin() + static_cast<std::ptrdiff_t>(base), out->end(), '\\', '/');
+            char* at = out->data() + base;
+            char* const end = out->data() + out->size();
+            while ((at = static_cast<char*>(std::memchr(at, '\\', static_cast<size_t>(end - at)))))
+                *at++ = '/';
             if (n == 1 && isDriveRootRet) *isDriveRootRet = true;
             return ErrSuccess;
         }
