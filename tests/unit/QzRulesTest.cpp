@@ -155,8 +155,10 @@ TEST_F(QzRulesTest, BuiltInTextsAreAsTheTableSaysAndParseAsCounted) {
     const std::string mandatory = TableForm(QzRuleTexts::MandatoryText(), "f", true, &mac);
     EXPECT_EQ(mandatory, golden["mandatory header"] + golden["mandatory"]);
     EXPECT_EQ(mac, 164);
+    std::string header = golden["mandatory header"];
+    for (int i = 0; i < 4; ++i) header.erase(0, header.find('\n') + 1);
     EXPECT_EQ(TableForm(QzRuleTexts::EditableText(), "t", true, &mac),
-              golden["editable header"] + golden["editable"]);
+              golden["editable header"] + header + golden["editable"]);
     EXPECT_EQ(mac, 7);
     EXPECT_EQ(TableForm(QzRuleTexts::MergeBlocksText(), "t", false, &mac), golden["merge blocks"]);
     EXPECT_EQ(mac, 7);

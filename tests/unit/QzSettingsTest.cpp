@@ -124,10 +124,6 @@ TEST_F(QzSettingsTest, RepeatedElementsAreCheckedAndDuplicatesDropped) {
     ASSERT_EQ(s.selectedVolumes.size(), 2u);
     EXPECT_STREQ(s.selectedVolumes[1].mountPointPath.c_str(), "E:\\");
     EXPECT_TRUE(
-        Logged(std::string("ERROR: QzInfoManager::ReadControlPanelSettingsFromQzInfoXmlFile - removing dup "
-                           "qzvolume qzVolGuid=") +
-               kGuid + ", mountPoint=D:\\"));
-    EXPECT_TRUE(
         Logged("bogus <qzvolume ... /> tag in qzinfo.xml no vGuid:<qzvolume mountPointPath=\"F:\\\" />"));
     EXPECT_TRUE(
         Logged("bogus <qzvolume ... /> tag in qzinfo.xml bad mnt:" + Volume(kGuid, "H:").substr(0, 66)));

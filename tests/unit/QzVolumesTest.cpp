@@ -164,9 +164,10 @@ TEST_F(QzVolumesTest, StaleSystemMarkerIsRepairedAndTheSettingsCorrectedButANewe
     const QzVolumeInfo v = Info("C:\\");
     EXPECT_STREQ(v.associatedHguid.c_str(), kMine);
     EXPECT_STREQ(v.volumeGuid.c_str(), kGuid);
-    EXPECT_EQ(QzTest::ReadFile(Data("qzvol_system_volume\\qzvol_id.xml")),
-              IdXml(kGuid, kMine,
-                    "WARNING: deleting this file will stop Korvatine from backing up the System Volume (C:\\)"));
+    EXPECT_EQ(
+        QzTest::ReadFile(Data("qzvol_system_volume\\qzvol_id.xml")),
+        IdXml(kGuid, kMine,
+              "WARNING: deleting this file will stop Korvatine from backing up the System Volume (C:\\)"));
     EXPECT_TRUE(Logged("never found the system qzVolumeGuid in qzinfo.xml so using the one in qzvol_id.xml"));
     EXPECT_TRUE(
         Logged("SUCCESS - QzMyInternalAttemptRepairBad_assocHguid_in_qzvol_system_volume_folder repaired"));
