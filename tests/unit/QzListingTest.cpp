@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <set>
 
 #include "QzFileInfo.h"
 #include "QzFileListing.h"
@@ -14,12 +13,6 @@
 #include "TestScratch.h"
 
 namespace {
-
-std::set<std::string> Names(const QzFileInfoList& list) {
-    std::set<std::string> names;
-    for (int32_t i = 0; i < list.Count(); ++i) names.insert(list.At(i)->Name());
-    return names;
-}
 
 class QzListingTest : public ::testing::Test {
 protected:
@@ -131,7 +124,8 @@ TEST_F(QzListingTest, PosixNamesWindowsCannotHoldAreSkipped) {
     std::ofstream(host + "/bad\xFF.txt") << "b";
     QzFileInfoList list;
     ASSERT_TRUE(QzFile::GetListOfFileInfosInDir(&dir, &list));
-    EXPECT_EQ(Names(list), (std::set<std::string>{"good.txt"}));
+    ASSERT_EQ(list.Count(), 1);
+    EXPECT_STREQ(list.At(0)->Name(), "good.txt");
     EXPECT_EQ(QzTest::LoggedCount("ConvertQzUtf16StringToUtf8_B failed, dirSearch="), 2);
 }
 #endif
