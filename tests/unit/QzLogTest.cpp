@@ -1,12 +1,12 @@
+// The log's clean-up of coming days' files on fixed dates, and the located
+// message format. The line format, the day file and appends from many
+// processes are checked by the whole-program tests.
 #include <gtest/gtest.h>
 
-#include <regex>
 #include <sstream>
-#include <thread>
 
 #include "QzFile.h"
 #include "QzLog.h"
-#include "QzOs.h"
 #include "QzTime.h"
 #include "TestScratch.h"
 
@@ -51,24 +51,6 @@ protected:
 };
 
 }  // namespace
-
-TEST_F(QzLogTest, LineFormatAndDayFileChosenFromGmtDay) {
-    g_now = kNov27Noon + 1234;
-    QzLog::WriteLine("hello world");
-    QzLog::WriteLine("ends in newline\n");
-    QzLog::WriteLine("");
-    QzLog::WriteLine(QzString());
-    char pid[16];
-    std::snprintf(pid, sizeof pid, "%10u", QzOs::GetCurrentProcessId());
-    EXPECT_EQ(QzTest::ReadFile(Day(27, ".log")), std::string("2026-11-27 12:00:01 ") + pid +
-                                                     " - hello world\n" + "2026-11-27 12:00:01 " + pid +
-                                                     " - ends in newline\n");
-    EXPECT_STREQ(QzLog::DayFilePath(27).c_str(), Day(27, ".log").c_str());
-
-    g_now = kNov10Midnight - 1;  // 23:59:59.999 on the 9th
-    QzLog::WriteLine("late");
-    EXPECT_NE(QzTest::ReadFile(Day(9, ".log")).find("2026-11-09 23:59:59"), std::string::npos);
-}
 
 TEST_F(QzLogTest, CleanupOnDay27RemovesComingDaysAndTheWrappedOnes) {
     MakeDays(0, 33);
@@ -117,21 +99,4 @@ TEST_F(QzLogTest, LocatedMessagesNameFileLineFunctionAndLevel) {
             "QzLog.cpp:1 [g()] NOTE:\tnote",
             "QzLog.cpp:2 [h()]:\tplain",
         }));
-}
-
-TEST(QzLogOpen, StaysOffWhenTheDataDirectoryIsMissing) {
-    const QzString dir = QzTest::NewScratchSubdir("logoff");
-    const QzString dataDir = QzCat(dir, "qzdata\\");
-    const QzString base = QzCat(dataDir, "qzlogs\\qzfilelist");
-    QzLog::Open(base.c_str(), dataDir.c_str());
-    EXPECT_FALSE(QzLog::IsOpen());
-    QzLog::WriteLine("nowhere");
-    EXPECT_FALSE(QzFile::PathExists(dataDir.c_str()));
-
-    ASSERT_TRUE(QzFile::CreateDirectoryRecursive(dataDir.c_str()));
-    QzLog::Open(QzCat(base, "\\").c_str(), dataDir.c_str());  // a trailing separator is dropped
-    EXPECT_TRUE(QzLog::IsOpen());
-    EXPECT_TRUE(QzFile::DirExists(base.c_str()));
-    EXPECT_TRUE(QzLog::DayFilePath(1).EndsWith("qzlogs\\qzfilelist\\qzfilelist01.log"));
-    QzLog::Close();
 }

@@ -1,14 +1,23 @@
-// The settings file "qzinfo.xml": defaults, the clamps and special values of
-// its attributes, and the checks on its repeated elements.
+// The settings file "qzinfo.xml" (defaults, clamps and special values, the
+// repeated elements, file sets and their statistics categories, the
+// directories to watch with the rate-limited warning), the install
+// descriptor's values, and the client version file. The fuzz target checks
+// that every value read is one a user could have chosen.
 #include <string>
 
-#include "MachineTestSupport.h"
+#include "QzClientVersionManager.h"
 #include "QzFile.h"
-#include "QzFileLocations.h"
-#include "QzFileXml.h"
 #include "QzInfoManager.h"
+#include "QzRuleFiles.h"
+#include "QzUiUtil.h"
+#include "TestScratch.h"
+
+using QzInfoManager::QzFileSetDef;
+using QzInfoManager::QzFileSetHashes;
 
 namespace {
+
+constexpr const char* kGuid = "v0010123456789ab0123456789ab";
 
 class QzSettingsTest : public QzTest::MachineTest {
 protected:
@@ -21,17 +30,24 @@ protected:
     static std::string Volume(const std::string& guid, const std::string& mount) {
         return "<qzvolume qzVolumeGuid=\"" + guid + "\" mountPointPath=\"" + mount + "\" />\n";
     }
+    static std::string Filter(const std::string& dir, const std::string& which) {
+        return "<qzdirfilter dir=\"" + dir + "\" whichfiles=\"" + which + "\" />\n";
+    }
+    static QzFilesToWatch Watch(const std::string& text) {
+        QzFilesToWatch w;
+        EXPECT_TRUE(QzInfoManager::ParseQzInfoForFilesToWatch(
+            Data("qzinfo.xml"), QzString(text.c_str(), static_cast<int32_t>(text.size())), &w));
+        return w;
+    }
 };
-
-constexpr const char* kGuid = "v0010123456789ab0123456789ab";
 
 TEST_F(QzSettingsTest, MissingFileKeepsEveryDefault) {
     ReadWith("numdays_warn_if_no_backup=\"3\" online_hostname=\"h\"");
-    QzFile::DeleteFileIfExists(QzCat(QzFile::GetDataDir(), "qzinfo.xml").c_str());
+    QzFile::DeleteFileIfExists(Data("qzinfo.xml").c_str());
     EXPECT_FALSE(QzInfoManager::ReadControlPanelSettingsFromQzInfoXmlFile());
     EXPECT_TRUE(
-        Logged("WARNING: qzinfo.xml file does not exist here=" + std::string(QzFile::GetDataDir().c_str()) +
-               "qzinfo.xml, which is normal in the installer, but bad any other time."));
+        Logged("WARNING: qzinfo.xml file does not exist here=" + std::string(Data("qzinfo.xml").c_str()) +
+               ", which is normal in the installer, but bad any other time."));
     const QzSettings& s = QzInfoManager::Settings();
     EXPECT_EQ(s.numDaysWarnIfNoBackup, 7u);
     EXPECT_EQ(s.backupScheduleType, 0);  // reset; 1 is for a file read without the attribute
@@ -53,45 +69,39 @@ TEST_F(QzSettingsTest, NumbersAreClampedAsTheClientExpects) {
     for (const char* v : {"30", "-1", "8", "abc", "", "3x", "- 3", "99999999999999999999"})
         EXPECT_EQ(days(v), 7u) << v;
 
-    EXPECT_EQ(ReadWith("max_filesize_mb=\"none\"").maxFileSizeMb, 1000000000);
-    EXPECT_EQ(ReadWith("max_filesize_mb=\"250\"").maxFileSizeMb, 250);
-    EXPECT_EQ(ReadWith("max_filesize_mb=\" 250\"").maxFileSizeMb, 250);
+    // A limit beyond any disk means none.
+    const std::pair<const char*, int64_t> sizes[] = {{"none", 1000000000},
+                                                     {"250", 250},
+                                                     {" 250", 250},
+                                                     {"9000000000000", 1000000000},
+                                                     {"1000000001", 1000000000},
+                                                     {"99999999999999999999", 1000000000}};
+    for (const auto& [v, mb] : sizes)
+        EXPECT_EQ(ReadWith(std::string("max_filesize_mb=\"") + v + "\"").maxFileSizeMb, mb) << v;
     EXPECT_EQ(ReadWith("other=\"1\"").maxFileSizeMb, 4000);
-    // A limit beyond any disk means none; in bytes it must still be a positive number.
-    for (const char* huge : {"9000000000000", "1000000001", "99999999999999999999"}) {
-        const int64_t mb = ReadWith(std::string("max_filesize_mb=\"") + huge + "\"").maxFileSizeMb;
-        EXPECT_EQ(mb, 1000000000) << huge;
-        EXPECT_GT(mb << 20, int64_t{1} << 49) << huge;
-    }
     EXPECT_TRUE(Logged("max_filesize_mb=9000000000000 is more than any disk holds, keeping 1000000000"));
 
-    const struct {
-        const char* attrs;
-        int threads;
-    } threads[] = {{"net_auto_throttle=\"false\" num_backup_threads=\"500\"", 8},
-                   {"net_auto_throttle=\"f\" num_backup_threads=\" 12\"", 12},
-                   {"net_auto_throttle=\"false\" num_backup_threads=\"0\"", 8},
-                   {"net_auto_throttle=\"false\" num_backup_threads=\"none\"", 1},
-                   {"net_auto_throttle=\"true\" num_backup_threads=\"500\"", 1},
-                   {"num_backup_threads=\"12\"", 1}};
-    for (const auto& c : threads) EXPECT_EQ(ReadWith(c.attrs).numBackupThreads, c.threads) << c.attrs;
+    const std::pair<const char*, int> threads[] = {
+        {"net_auto_throttle=\"false\" num_backup_threads=\"500\"", 8},
+        {"net_auto_throttle=\"f\" num_backup_threads=\" 12\"", 12},
+        {"net_auto_throttle=\"false\" num_backup_threads=\"0\"", 8},
+        {"net_auto_throttle=\"false\" num_backup_threads=\"none\"", 1},
+        {"net_auto_throttle=\"true\" num_backup_threads=\"500\"", 1},
+        {"num_backup_threads=\"12\"", 1}};
+    for (const auto& [attrs, n] : threads) EXPECT_EQ(ReadWith(attrs).numBackupThreads, n) << attrs;
 }
 
 TEST_F(QzSettingsTest, FlagsScheduleAndTexts) {
-    const struct {
-        const char* value;
-        int code;
-    } schedules[] = {{"continuously", 0}, {"when_files_change", 0},          {"when_idle", 0},
-                     {"once_per_day", 2}, {"only_when_click_backup_now", 3}, {"weekly", 0}};
-    for (const auto& c : schedules)
-        EXPECT_EQ(ReadWith(std::string("backup_schedule_type=\"") + c.value + "\"").backupScheduleType,
-                  c.code);
+    const std::pair<const char*, int> schedules[] = {
+        {"continuously", 0}, {"when_files_change", 0},          {"when_idle", 0},
+        {"once_per_day", 2}, {"only_when_click_backup_now", 3}, {"weekly", 0}};
+    for (const auto& [value, code] : schedules)
+        EXPECT_EQ(ReadWith(std::string("backup_schedule_type=\"") + value + "\"").backupScheduleType, code);
     EXPECT_EQ(ReadWith("other=\"1\"").backupScheduleType, 1);  // read, but no value
 
     const QzSettings& s = ReadWith(
         "allow_network_tests=\"true\" backup_on_battery=\"t\" net_auto_throttle=\"no\" "
-        "qzlogin=\"me@example.com\" "
-        "excludefiletypes=\"mp3,, .tmp ,*,\"");
+        "qzlogin=\"me@example.com\" excludefiletypes=\"mp3,, .tmp ,*,\"");
     EXPECT_FALSE(s.allowNetworkTests);  // only "t" turns it on
     EXPECT_TRUE(s.backupOnBattery);
     EXPECT_TRUE(s.netAutoThrottle);  // only "false" or "f" turn it off
@@ -100,26 +110,30 @@ TEST_F(QzSettingsTest, FlagsScheduleAndTexts) {
     EXPECT_STREQ(s.excludeFileTypes[1].c_str(), "tmp");
 }
 
-TEST_F(QzSettingsTest, VolumeEntriesAreCheckedAndDuplicatesDropped) {
-    WriteSettings(Volume(kGuid, "D:\\") + Volume(kGuid, "D:\\") + Volume(kGuid, "E:\\") +
-                  "<qzvolume mountPointPath=\"F:\\\" />\n" + Volume("v0010123456789ab0123456789a", "G:\\") +
-                  Volume("v001012345678AB0123456789abc", "G:\\") + "<qzvolume qzVolumeGuid=\"" + kGuid +
-                  "\" />\n" + Volume(kGuid, "") + Volume(kGuid, "H:"));
+TEST_F(QzSettingsTest, RepeatedElementsAreCheckedAndDuplicatesDropped) {
+    WriteSettings(
+        Volume(kGuid, "D:\\") + Volume(kGuid, "D:\\") + Volume(kGuid, "E:\\") +
+        "<qzvolume mountPointPath=\"F:\\\" />\n" + Volume(kGuid, "H:") +
+        "<qzblocked_network blocked_network_name=\"Cafe\" blocked_network_mac_addr=\"00-11-22-33-44-55\" />\n"
+        "<qzblocked_network blocked_network_name=\"Home\" />\n"
+        "<qzblocked_network blocked_network_name=\"Work\" blocked_network_mac_addr=\"00112233445\" />\n"
+        "<filesetdef filesetname=\"docs\" extensions=\"doc\" />\n<do_backup>\n" +
+        Filter("C:\\Users", "docs") + "</do_backup>\n");
     ASSERT_TRUE(QzInfoManager::ReadControlPanelSettingsFromQzInfoXmlFile());
-    const auto& sel = QzInfoManager::Settings().selectedVolumes;
-    ASSERT_EQ(sel.size(), 2u);
-    EXPECT_STREQ(sel[0].mountPointPath.c_str(), "D:\\");
-    EXPECT_STREQ(sel[1].mountPointPath.c_str(), "E:\\");
-    EXPECT_TRUE(
-        Logged(std::string("ERROR: QzInfoManager::ReadControlPanelSettingsFromQzInfoXmlFile - removing dup "
-                           "qzvolume qzVolGuid=") +
-               kGuid + ", mountPoint=D:\\"));
+    const QzSettings& s = QzInfoManager::Settings();
+    ASSERT_EQ(s.selectedVolumes.size(), 2u);
+    EXPECT_STREQ(s.selectedVolumes[1].mountPointPath.c_str(), "E:\\");
     EXPECT_TRUE(
         Logged("bogus <qzvolume ... /> tag in qzinfo.xml no vGuid:<qzvolume mountPointPath=\"F:\\\" />"));
-    EXPECT_TRUE(Logged("bogus <qzvolume ... /> tag in qzinfo.xml bad vGuid:"));
-    EXPECT_TRUE(Logged("bogus <qzvolume ... /> tag in qzinfo.xml no mnt:"));
     EXPECT_TRUE(
         Logged("bogus <qzvolume ... /> tag in qzinfo.xml bad mnt:" + Volume(kGuid, "H:").substr(0, 66)));
+    ASSERT_EQ(s.blockedNetworkNames.size(), 1u);
+    EXPECT_STREQ(s.blockedNetworkMacAddrs[0].c_str(), "00-11-22-33-44-55");
+    EXPECT_TRUE(
+        Logged("ERROR: ReadControlPanelSettingsFromQzInfoXmlFile - bad XML with too short "
+               "blocked_network_mac_addr=00112233445"));
+    ASSERT_EQ(s.filesToWatch.dirs.size(), 1u);  // the directories to watch are read along
+    EXPECT_STREQ(s.filesToWatch.dirs[0].whichFiles.c_str(), "docs");
 
     WriteSettings("<qzsettings />\n");
     ASSERT_TRUE(QzInfoManager::ReadControlPanelSettingsFromQzInfoXmlFile());
@@ -129,28 +143,162 @@ TEST_F(QzSettingsTest, VolumeEntriesAreCheckedAndDuplicatesDropped) {
                "which is bad."));
 }
 
-TEST_F(QzSettingsTest, BlockedNetworksNeedBothValues) {
-    WriteSettings(
-        "<qzblocked_network blocked_network_name=\"Cafe\" blocked_network_mac_addr=\"00-11-22-33-44-55\" />\n"
-        "<qzblocked_network blocked_network_mac_addr=\"001122334455\" />\n"
-        "<qzblocked_network blocked_network_name=\"Home\" />\n"
-        "<qzblocked_network blocked_network_name=\"\" blocked_network_mac_addr=\"001122334455\" />\n"
-        "<qzblocked_network blocked_network_name=\"Work\" blocked_network_mac_addr=\"00112233445\" />\n"
-        "<filesetdef filesetname=\"docs\" extensions=\"doc,docx\" />\n"
-        "<do_backup>\n<qzdirfilter dir=\"C:\\Users\" whichfiles=\"docs\" />\n</do_backup>\n");
-    ASSERT_TRUE(QzInfoManager::ReadControlPanelSettingsFromQzInfoXmlFile());
-    const QzSettings& s = QzInfoManager::Settings();
-    ASSERT_EQ(s.blockedNetworkNames.size(), 1u);
-    EXPECT_STREQ(s.blockedNetworkMacAddrs[0].c_str(), "00-11-22-33-44-55");
-    const std::string prefix = "ERROR: ReadControlPanelSettingsFromQzInfoXmlFile - bad XML with ";
-    EXPECT_TRUE(Logged(prefix + "no blocked_network_name="));
-    EXPECT_TRUE(Logged(prefix + "no blocked_network_mac_addr="));
-    EXPECT_TRUE(Logged(prefix + "too short blocked_network_name="));
-    EXPECT_TRUE(Logged(prefix + "too short blocked_network_mac_addr=00112233445"));
-    // The directories to watch are read along with the settings.
-    ASSERT_EQ(s.filesToWatch.dirs.size(), 1u);
-    EXPECT_STREQ(s.filesToWatch.dirs[0].dir.c_str(), "C:\\Users");
-    EXPECT_STREQ(s.filesToWatch.dirs[0].whichFiles.c_str(), "docs");
+TEST_F(QzSettingsTest, FileSetsAreClippedTo149AndAFileCountsInEveryCategoryHoldingItsExtension) {
+    std::string text = "<qzinfo>\n<filesetdef extensions=\"x\" />\n";
+    for (int i = 0; i < 151; ++i)
+        text += "<filesetdef filesetname=\"fs" + std::to_string(i) + "\" extensions=\"a,,b\" />\n";
+    Write("qzinfo.xml", text + "</qzinfo>\n");
+    std::vector<QzFileSetDef> defs;
+    ASSERT_TRUE(QzInfoManager::GetAllFileSetDefsFromQzInfoFile(Data("qzinfo.xml"), &defs));
+    EXPECT_TRUE(Logged("too many filesetdef definitions, 150 is the max, clipping to 150!"));
+    // 152 elements cut to 149; the first, without a name, is skipped.
+    ASSERT_EQ(defs.size(), 148u);
+    EXPECT_STREQ(defs.back().name.c_str(), "fs147");
+    ASSERT_EQ(defs.front().extensions.size(), 2u);
+    EXPECT_TRUE(
+        Logged("QzFile::GetUniqueStrAttrFromXmlSnippet NO filesetdefs namein this filesetdef snippet:"
+               "<filesetdef extensions=\"x\" />"));
+
+    Write("qzinfo.xml",
+          "<qzinfo>\n<filesetdef filesetname=\"docs\" extensions=\"DOC,docx, .PDF ,*,a/b\" />\n"
+          "<filesetdef filesetname=\"music\" extensions=\"mp3,docx\" />\n"
+          "<filesetdef filesetname=\"pictures\" extensions=\"jpg\" />\n"
+          "<filesetdef filesetname=\"browserfavorites\" extensions=\"url,pdf\" />\n"
+          "<filesetdef filesetname=\"other\" extensions=\"zzz\" />\n</qzinfo>\n");
+    QzFileSetHashes h;
+    ASSERT_TRUE(QzInfoManager::ParseQzInfoForFileSetHashes(Data("qzinfo.xml"), &h));
+    EXPECT_STREQ(QzFileSetHashes::kCategoryNames[9], "browserfavorites");
+    EXPECT_EQ(h.CategoriesOf("doc"), 1u << 0);
+    EXPECT_EQ(h.CategoriesOf("docx"), (1u << 0) | (1u << 5));  // docs and music
+    EXPECT_EQ(h.CategoriesOf("pdf"), (1u << 0) | (1u << 9));   // " .PDF " read as the reader reads lists
+    EXPECT_EQ(h.CategoriesOf("jpg"), 1u << 4);
+    EXPECT_EQ(h.CategoriesOf("zzz"), 0u);   // "other" is no statistics category
+    EXPECT_EQ(h.CategoriesOf("DOC"), 0u);   // callers look up the lower-case extension
+    EXPECT_EQ(h.extensions[0].size(), 3u);  // "*" and "a/b" are no extensions
+}
+
+TEST_F(QzSettingsTest, WatchedDirectoriesNeedAKnownFileSetOrNone) {
+    const QzFilesToWatch w = Watch(
+        "<qzinfo excludefiletypes=\"tmp,bak\" smartwatchfilesets=\"docs,pictures\">\n"
+        "<filesetdef filesetname=\"docs\" extensions=\"doc\" />\n<do_backup>\n" +
+        Filter("C:\\Users\\Bob\\Videos", "none") + Filter("C:\\Users\\Bob\\Documents", "docs") +
+        Filter("C:\\Users\\Bob\\Music", "music") +
+        "<qzdirfilter dir=\"C:\\x\" />\n</do_backup>\n<do_backup>\n" + Filter("D:\\Old", "None") +
+        "</do_backup>\n</qzinfo>\n");
+    ASSERT_EQ(w.dirs.size(), 3u);
+    EXPECT_TRUE(w.dirs[0].excluded);
+    EXPECT_STREQ(w.dirs[1].whichFiles.c_str(), "docs");
+    EXPECT_FALSE(w.dirs[1].excluded);
+    EXPECT_TRUE(w.dirs[2].excluded);
+    EXPECT_STREQ(w.excludeFileTypes.c_str(), "tmp,bak");
+    EXPECT_STREQ(w.smartWatchFileSets.c_str(), "docs,pictures");
+    EXPECT_TRUE(
+        Logged("ERROR: parsing qzinfo.xml, a qzdirfiltercontains a fileset that does not make sense:music, "
+               "qzdirfilter=<qzdirfilter dir=\"C:\\Users\\Bob\\Music\" whichfiles=\"music\" />"));
+    EXPECT_TRUE(Watch("<qzinfo />").dirs.empty());
+    EXPECT_TRUE(Logged("ERROR: no excludefiletypes tag in qzinfo file:"));
+}
+
+TEST_F(QzSettingsTest, EmptyExcludedTypesWarnNineTimesThenRarelyUntilAQuietSpell) {
+    QzRuleFiles::ResetFilesToWatchWarningForTesting();
+    const std::string text = "<qzinfo excludefiletypes=\"\" />";
+    for (int i = 0; i < 10; ++i) Watch(text);
+    EXPECT_EQ(QzTest::LoggedCount("Initializing warningSuppressionTimerRecord."), 1);
+    const std::vector<std::string> warnings = QzTest::LoggedLines("excludefiletypes val zero len");
+    ASSERT_EQ(warnings.size(), 9u);
+    EXPECT_EQ(warnings[0].rfind("WARNING: QzInfoManager::ParseQzInfoForFilesToWatch processId=", 0), 0u);
+    EXPECT_NE(warnings[8].find(")  excludefiletypes val zero len (hitWarningCount=9) in qzinfo file :"),
+              std::string::npos);
+    EXPECT_EQ(
+        QzTest::LoggedCount("INFO: QzInfoManager::ParseQzInfoForFilesToWatch logging rate is forced low to "
+                            "prevent log clutter."),
+        1);
+    // While the rate is low, one in a hundred is logged.
+    for (int i = 11; i <= 100; ++i) {
+        now_ += 60000;
+        Watch(text);
+    }
+    EXPECT_EQ(QzTest::LoggedCount("excludefiletypes val zero len"), 10);
+    EXPECT_TRUE(Logged("(hitWarningCount=100)"));
+    // A call after ten quiet minutes resumes the normal rate.
+    now_ += 600000;
+    Watch(text);
+    EXPECT_EQ(
+        QzTest::LoggedCount("INFO: QzInfoManager::ParseQzInfoForFilesToWatch logging resuming normal rate."),
+        1);
+    EXPECT_EQ(QzTest::LoggedCount("(hitWarningCount=1)"), 2);
+}
+
+TEST_F(QzSettingsTest, InstallDescriptorValuesAreCachedAndTheInstallerReaderFailsInsteadOfFallingBack) {
+    QzString hguid;
+    EXPECT_FALSE(QzUiUtil::Installer_GetThisMachinesHguid(&hguid));
+    EXPECT_TRUE(Logged(
+        " - In QzUiUtil::Installer_GetThisMachinesHguid no qzinstall.xmlso probably a fresh install\n"));
+    ASSERT_TRUE(QzTest::WriteFile(Descriptor(), "<qzinstall datadir=\"E:\\one\" />"));
+    QzFile::ResetLocationCachesForTesting();
+    EXPECT_FALSE(QzUiUtil::Installer_GetThisMachinesHguid(&hguid));
+    EXPECT_TRUE(
+        Logged(" - ERROR: In QzUiUtil::Installer_GetThisMachinesHguid foundqzinstall.xml but could not find "
+               "hguid\n"));
+    EXPECT_STREQ(QzFile::GetDataDir().c_str(), "E:\\one\\");
+    SetHostGuid("abcdefabcdefabcdefabcdef");  // without "datadir": the default data directory
+    EXPECT_TRUE(QzUiUtil::Installer_GetThisMachinesHguid(&hguid));
+    EXPECT_STREQ(hguid.c_str(), "abcdefabcdefabcdefabcdef");
+    EXPECT_STREQ(QzFile::GetMyHostGuid().c_str(), "abcdefabcdefabcdefabcdef");
+    const QzString dataDir = QzFile::GetDataDir();
+    ASSERT_TRUE(QzTest::WriteFile(Descriptor(),
+                                  "<qzinstall datadir=\"E:\\two\" hguid=\"222222222222222222222222\" />"));
+    EXPECT_STREQ(QzFile::GetMyHostGuid().c_str(), "abcdefabcdefabcdefabcdef");  // cached for the process
+    EXPECT_STREQ(QzFile::GetDataDir().c_str(), dataDir.c_str());
+}
+
+bool EndOfLife(const std::string& revision, const std::string& eol) {
+    const QzString path = QzCat(QzTest::NewScratchSubdir("cv"), "clientversion.xml");
+    EXPECT_TRUE(QzTest::WriteFile(path, "<contents>\n<revision num=\"" + revision +
+                                            "\" />\n<endoflife version=\"" + eol + "\" />\n</contents>\n"));
+    return QzClientVersionManager(path.c_str()).IsEndOfLife();
+}
+
+std::string ClientVersionError(const std::string& body) {
+    const QzString path = QzCat(QzTest::NewScratchSubdir("cv"), "clientversion.xml");
+    EXPECT_TRUE(body.empty() || QzTest::WriteFile(path, "<contents>\n" + body + "</contents>\n"));
+    try {
+        QzClientVersionManager(path.c_str()).IsEndOfLife();
+    } catch (const QzClientVersionError& e) {
+        return e.what();
+    }
+    return "(no error)";
+}
+
+// This build is 9.1.0.833: a file naming it or a later version ends its life.
+TEST_F(QzSettingsTest, ClientVersionEndOfLifeRevisionsAndErrors) {
+    const struct {
+        const char* revision;
+        const char* eol;
+        bool ends;
+    } cases[] = {{"4", "9.1.0.833", true},  {"4", "9.1.0.832", false},   {"4", "9.1.1.0", true},
+                 {"4", "10.0.0.0", true},   {"4", "9.1", false},         {"4", "garbage", false},
+                 {"5", "9.1.0.833x", true}, {"+4", " 9. 1.0.900", true}, {"3", "99.0.0.0", false},
+                 {"0", "99.0.0.0", false},   // invalid: legacy revision 1
+                 {"-1", "99.0.0.0", true}};  // negative counts as large
+    for (const auto& c : cases) EXPECT_EQ(EndOfLife(c.revision, c.eol), c.ends) << c.revision << " " << c.eol;
+
+    EXPECT_FALSE(EndOfLife("x7", "99.0.0.0"));
+    // The function is named in the Windows compiler's spelling on every build.
+    EXPECT_TRUE(
+        Logged(" [int __cdecl QzClientVersionManager::detect_revision(void)] WARNING:\trevision from "
+               "clientversion.xml is invalid: x7, using legacy compatibility mode (rev1)\n"));
+    EXPECT_TRUE(
+        Logged(" [bool __cdecl QzClientVersionManager::IsEndOfLife(void)] WARNING:\tQzClientVersionManager::"
+               "IsEndOfLife - invalid clientversion revision (rev 1)\n"));
+
+    EXPECT_EQ(ClientVersionError("<revision num=\"4\" />\n"),
+              "QzClientVersionManager::get_tag_xml - invalid format, <endoflife> tag not found");
+    EXPECT_EQ(ClientVersionError("<revision num=\"4\" />\n<endoflife when=\"now\" />\n"),
+              "QzClientVersionManager::get_attr_xml - invalid format, version attribute not found");
+    const std::string missing = ClientVersionError("");
+    EXPECT_EQ(missing.rfind("QzClientVersionManager::ReadFile - ", 0), 0u) << missing;
+    EXPECT_EQ(missing.substr(missing.size() - 28), "\\clientversion.xml not found");
 }
 
 }  // namespace

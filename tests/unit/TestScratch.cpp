@@ -116,4 +116,52 @@ std::string LogText() {
     return all;
 }
 
+std::vector<std::string> Lines(const std::string& text) {
+    std::vector<std::string> out;
+    for (size_t start = 0; start < text.size();) {
+        size_t nl = text.find('\n', start);
+        if (nl == std::string::npos) nl = text.size();
+        out.push_back(text.substr(start, nl - start));
+        start = nl + 1;
+    }
+    return out;
+}
+
+std::vector<std::string> LoggedLines(const std::string& text) {
+    std::vector<std::string> out;
+    for (const std::string& line : Lines(LogText())) {
+        const size_t sep = line.find(" - ");
+        const std::string message = sep == std::string::npos ? line : line.substr(sep + 3);
+        if (message.find(text) != std::string::npos) out.push_back(message);
+    }
+    return out;
+}
+
+void MachineTest::RemoveMachineState() {
+    std::error_code ec;
+    std::filesystem::remove(HostPath(Descriptor()), ec);
+    QzFile::ResetLocationCachesForTesting();  // the data directory is now the default one on C:
+    std::filesystem::remove_all(HostPath(QzFile::GetDataDir()), ec);
+    std::filesystem::remove_all(HostPath("C:\\.qzvol"), ec);
+}
+
+void MachineTest::SetUp() {
+    RemoveMachineState();
+    ASSERT_TRUE(QzFile::CreateDirectoryRecursive(QzFile::GetDataDir().c_str()));
+    OpenScratchLog("machinelog");
+    now_ = QzTime::GetCurrentGmtMillis();
+    QzTime::SetClockForTesting(&Clock);
+}
+
+void MachineTest::TearDown() {
+    QzTime::SetClockForTesting(nullptr);
+    QzLog::Close();
+    RemoveMachineState();
+}
+
+void MachineTest::SetHostGuid(const char* hguid) {
+    ASSERT_TRUE(WriteFile(Descriptor(), std::string("<qzinstall hguid=\"") + hguid + "\" />\n"));
+    QzFile::ResetLocationCachesForTesting();
+}
+
 }  // namespace QzTest
