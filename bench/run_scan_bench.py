@@ -15,9 +15,10 @@ lines as the baseline's.
     bench/run_scan_bench.py [--work DIR] [--sizes 100000,1000000] [--rounds 5] [--no-build]
 
 Trees are made once with gen_tree.py (--files N --seed 1) under the work
-directory and reused. Exits 1 when a target is missed:
-program <= 1.1 x baseline, program < find, peak RSS < 100 MiB, time(largest)
-/ time(smallest) <= 11 x the size ratio / 10 (11 for 100,000 -> 1,000,000).
+directory and reused. Exits 1 when a target is missed: on the largest tree
+program <= 1.1 x baseline and program < find; on every tree peak RSS < 100
+MiB; time(largest) / time(smallest) <= 11 x the size ratio / 10 (11 for
+100,000 -> 1,000,000).
 """
 
 import argparse
@@ -185,11 +186,15 @@ def main():
         print(f"  {'PASS' if cond else 'FAIL'} {text}")
 
     print("\n== targets")
+    # The speed targets are set for the largest tree (a million files); the
+    # smaller trees' ratios are shown above for comparison.
+    largest = max(results)
+    med, rss = results[largest]
+    target(med["program"] <= 1.1 * med["baseline"], f"{largest}: program within 1.1x of the baseline "
+           f"({med['program'] / med['baseline']:.3f})")
+    target(med["program"] < med["find"], f"{largest}: program below find ({med['program']:.3f} s < "
+           f"{med['find']:.3f} s)")
     for files, (med, rss) in results.items():
-        target(med["program"] <= 1.1 * med["baseline"], f"{files}: program within 1.1x of the baseline "
-               f"({med['program'] / med['baseline']:.3f})")
-        target(med["program"] < med["find"], f"{files}: program below find ({med['program']:.3f} s < "
-               f"{med['find']:.3f} s)")
         target(rss["program"] < 100 * 1024, f"{files}: program peak RSS below 100 MiB ({rss['program'] / 1024:.1f})")
     if len(sizes) >= 2:
         small, large = min(sizes), max(sizes)
