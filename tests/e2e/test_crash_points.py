@@ -69,21 +69,13 @@ def norm(data):
     return re.sub(rb"[0-9a-f]{16}|\d+", b"#", re.sub(rb"\bv[0-9a-z]{27}\b", b"VGUID", data))
 
 
-def copy(src, dst):
-    # cp keeps the large files sparse; a plain copy would write 500 MB each time.
-    shutil.rmtree(dst, ignore_errors=True)
-    subprocess.run(["cp", "-a", "--sparse=always", src, dst], check=True)
-
-
-def save(m, where):
-    os.makedirs(where, exist_ok=True)
+def save(m, where, back=False):
+    """Copies the machine's folders to `where`, or back from there."""
     for i, root in enumerate(owned_roots(m)):
-        copy(root, os.path.join(where, str(i)))
-
-
-def restore(m, where):
-    for i, root in enumerate(owned_roots(m)):
-        copy(os.path.join(where, str(i)), root)
+        src, dst = (os.path.join(where, str(i)), root) if back else (root, os.path.join(where, str(i)))
+        shutil.rmtree(dst, ignore_errors=True)
+        # cp keeps the large files sparse; a plain copy would write 500 MB each time.
+        subprocess.run(["cp", "-a", "--sparse=always", src, dst], check=True)
 
 
 def age_lock(m):
@@ -102,6 +94,7 @@ def crash_every_step(m, args, must_hit, in_between=()):
     """Runs `args` ended at step 1, 2, ... from the same start until a run
     completes; checks what a reader sees after each ending and after the repair."""
     start = os.path.join(m.root, "crash_start")
+    os.makedirs(start, exist_ok=True)
     save(m, start)
     old_state = files(m)
     reference = m.run(*args, env=VT)
@@ -110,7 +103,7 @@ def crash_every_step(m, args, must_hit, in_between=()):
     new_leftovers = leftovers(m)
     hit = []
     for step in range(1, 400):
-        restore(m, start)
+        save(m, start, back=True)
         r = m.run(*args, env=dict(VT, QZ_TEST_CRASH_AT_STEP=str(step)))
         if r.rc != CRASH:
             check(step > 1, f"the run never reached a durable step: {r}")
@@ -144,7 +137,7 @@ def crash_every_step(m, args, must_hit, in_between=()):
         check(False, "the run did not end within 400 steps")
     for name in must_hit:
         check(any(h.endswith(name) for h in hit), f"no step wrote {name}: {hit}")
-    restore(m, start)
+    save(m, start, back=True)
 
 
 def test_crash_points_of_a_first_scan(m):
