@@ -55,17 +55,9 @@ def test_time_reports_gmt_and_local_time(m):
 
 def test_localeinfo(m):
     r = m.run("-localeinfo")
-    check_eq(r.rc, 0, "exit code")
     lines = r.stdout.split("\n")
-    check_eq(lines[-1], "", "output should end with a newline")
-    lines = lines[:-1]
-    prefixes = ["System Locale (translated into Korvatine locale): ", "User's Preferred Locale: ",
-                "Local Date Time: ", "Locale Time: ", "Date: "]
-    check_eq(len(lines), 5, f"number of lines in {r.stdout!r}")
-    for line, prefix in zip(lines, prefixes):
-        check(line.startswith(prefix) and len(line) > len(prefix), f"line {line!r} should start {prefix!r}")
-    for line in (lines[2], lines[4]):
-        check(("2021" in line or "21" in line) and "27" in line, f"date of 2021-05-27 not recognisable: {line!r}")
-    check("12" in lines[3] and "34" in lines[3], f"12:34 not recognisable: {lines[3]!r}")
-    check("34" in lines[2] and "56" in lines[2], f"12:34:56 not recognisable: {lines[2]!r}")
-    check_match(r"^[a-z]{2,3}(_[A-Z0-9]{2,3})?$", lines[0][len(prefixes[0]):], "client locale")
+    # The sample moment is 2021-05-27 12:34:56, in the locale's own format.
+    check_match(r"System Locale \(translated into Korvatine locale\): [a-z]{2,3}(_[A-Z0-9]{2,3})?\n"
+                r"User's Preferred Locale: .+\nLocal Date Time: .*(21.*27|27.*21).*\n"
+                r"Locale Time: .*12.*34.*\nDate: .*(21.*27|27.*21).*\n$", r.stdout, "-localeinfo")
+    check("34" in lines[2] and "56" in lines[2] and r.rc == 0, f"12:34:56 not recognisable: {lines[2]!r}")
