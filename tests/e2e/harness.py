@@ -35,7 +35,6 @@ LogLine = namedtuple("LogLine", "time pid message raw")
 # "YYYY-MM-DD HH:MM:SS" + " %10d" + " - " + message
 LOG_LINE_RE = re.compile(r"^(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d) ([ \d]{9}\d) - (.*)$", re.S)
 
-DRIVE_KINDS = ("fixed", "removable", "remote", "cdrom", "ramdisk")
 # Wine's names for the drive types, kept in HKLM\Software\Wine\Drives.
 WINE_DRIVE_TYPES = {"removable": "floppy", "remote": "network", "cdrom": "cdrom", "ramdisk": "ramdisk"}
 
@@ -249,13 +248,8 @@ class Machine:
     def host_path(self, win_path):
         """Host path of a Windows path "X:\\a\\b" on one of this machine's drives."""
         m = re.match(r"^([A-Za-z]):[\\/]?(.*)$", win_path, re.S)
-        if not m:
-            raise ValueError(f"not a drive path: {win_path!r}")
-        letter = m.group(1).upper()
-        if letter not in self.drives:
-            raise ValueError(f"drive {letter}: is not mapped")
         parts = [p for p in re.split(r"[\\/]", m.group(2)) if p]
-        return os.path.join(self.drives[letter][0], *parts)
+        return os.path.join(self.drives[m.group(1).upper()][0], *parts)
 
     def c(self, path=""):
         return self.host_path("C:\\" + path)
@@ -263,10 +257,6 @@ class Machine:
     def map_drive(self, letter, kind="fixed"):
         """Maps a drive letter to a new empty directory; returns that directory."""
         letter = letter.upper()
-        if kind not in DRIVE_KINDS:
-            raise ValueError(f"unknown drive kind {kind!r}")
-        if letter == "C" or letter in self.drives:
-            raise ValueError(f"drive {letter}: is already mapped")
         d = os.path.join(self.root, "drive_" + letter.lower())
         os.makedirs(d)
         self.drives[letter] = (d, kind)
@@ -284,11 +274,7 @@ class Machine:
     def write_install_xml(self, datadir=None, hguid=None, raw=None):
         """Writes <install dir>qzinstall.xml with the given attributes (or raw text)."""
         if raw is None:
-            attrs = ""
-            if datadir is not None:
-                attrs += f' datadir="{datadir}"'
-            if hguid is not None:
-                attrs += f' hguid="{hguid}"'
+            attrs = "".join(f' {k}="{v}"' for k, v in (("datadir", datadir), ("hguid", hguid)) if v is not None)
             raw = f'<?xml version="1.0" encoding="UTF-8"?>\n<qzinstall{attrs} />\n'
         path = self.host_path(INSTALL_DIR + "qzinstall.xml")
         write(path, raw)

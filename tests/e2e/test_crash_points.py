@@ -11,10 +11,10 @@ import shutil
 import subprocess
 
 from harness import check, write
-from test_scan import GUID_D, HGUID, machine, put, sample_tree
+from filelists import list_name, put, scan_machine, vguid
+from test_scan import VT, sample_tree
 
 CRASH = 86
-VT = {"QZ_TEST_VIRTUAL_TIME": "1"}
 # Names a reader never opens: temporaries, growing files, set-aside copies, the
 # lock, the logs and the drive ping's wake files.
 WORK_NAME = re.compile(r"\.(tmp|qztmp|future|future_aside|aside\d*\.xml|lck|lock)$|\.lck_?\d+|qzlogs|ping_qzfilelist|wake_\d+")
@@ -69,21 +69,13 @@ def norm(data):
     return re.sub(rb"[0-9a-f]{16}|\d+", b"#", re.sub(rb"\bv[0-9a-z]{27}\b", b"VGUID", data))
 
 
-def copy(src, dst):
-    # cp keeps the large files sparse; a plain copy would write 500 MB each time.
-    shutil.rmtree(dst, ignore_errors=True)
-    subprocess.run(["cp", "-a", "--sparse=always", src, dst], check=True)
-
-
-def save(m, where):
-    os.makedirs(where, exist_ok=True)
+def save(m, where, back=False):
+    """Copies the machine's folders to `where`, or back from there."""
     for i, root in enumerate(owned_roots(m)):
-        copy(root, os.path.join(where, str(i)))
-
-
-def restore(m, where):
-    for i, root in enumerate(owned_roots(m)):
-        copy(os.path.join(where, str(i)), root)
+        src, dst = (os.path.join(where, str(i)), root) if back else (root, os.path.join(where, str(i)))
+        shutil.rmtree(dst, ignore_errors=True)
+        # cp keeps the large files sparse; a plain copy would write 500 MB each time.
+        subprocess.run(["cp", "-a", "--sparse=always", src, dst], check=True)
 
 
 def age_lock(m):
@@ -102,6 +94,7 @@ def crash_every_step(m, args, must_hit, in_between=()):
     """Runs `args` ended at step 1, 2, ... from the same start until a run
     completes; checks what a reader sees after each ending and after the repair."""
     start = os.path.join(m.root, "crash_start")
+    os.makedirs(start, exist_ok=True)
     save(m, start)
     old_state = files(m)
     reference = m.run(*args, env=VT)
@@ -110,7 +103,7 @@ def crash_every_step(m, args, must_hit, in_between=()):
     new_leftovers = leftovers(m)
     hit = []
     for step in range(1, 400):
-        restore(m, start)
+        save(m, start, back=True)
         r = m.run(*args, env=dict(VT, QZ_TEST_CRASH_AT_STEP=str(step)))
         if r.rc != CRASH:
             check(step > 1, f"the run never reached a durable step: {r}")
@@ -144,35 +137,35 @@ def crash_every_step(m, args, must_hit, in_between=()):
         check(False, "the run did not end within 400 steps")
     for name in must_hit:
         check(any(h.endswith(name) for h in hit), f"no step wrote {name}: {hit}")
-    restore(m, start)
+    save(m, start, back=True)
 
 
 def test_crash_points_of_a_first_scan(m):
     # The first scan writes the rule files, the merge log, the registry, the
     # top-level list, the statistics, the large-file list and the volume's list.
-    d = machine(m)
+    d, = scan_machine(m)
     put(os.path.join(d, "a", "b", "c.txt"), 3)
     put(os.path.join(d, "big.iso"), 524288000)
     crash_every_step(m, [], ["qzexcluderules_mandatory.xml", "qzexcluderules_editable.xml",
                              "qzexcluderules_editable_mergelog.txt", "qzvolumes.xml", "topdirs.xml",
-                             "filestats.xml", "bigfilelist.dat", GUID_D + "_c____filelist.dat"],
+                             "filestats.xml", "bigfilelist.dat", list_name("D")],
                      in_between=["qzexcluderules_editable.xml", "qzexcluderules_editable_mergelog.txt"])
 
 
 def test_crash_points_of_a_scan_that_replaces_the_lists(m):
-    d = machine(m)
+    d, = scan_machine(m)
     sample_tree(d, symlinks=False)
     check(m.run(env=VT).rc == 0, "first scan")
     age_lock(m)
     put(os.path.join(d, "Users", "bob", "new.doc"), 5)
-    crash_every_step(m, [], ["topdirs.xml", "filestats.xml", "bigfilelist.dat", GUID_D + "_c____filelist.dat"])
+    crash_every_step(m, [], ["topdirs.xml", "filestats.xml", "bigfilelist.dat", list_name("D")])
 
 
 def test_crash_points_of_alert_levels_markers_and_volume_lists(m):
-    machine(m)
+    scan_machine(m)
     m.map_drive("E")
     write(os.path.join(m.datadir(), "qzlogs", "qzreports_lastfilestransmitted",
-                       f"qzstat_pervol_{GUID_D}_latest_file.xml"), '<x gmt_millis="1" />\n')
+                       f"qzstat_pervol_{vguid('D')}_latest_file.xml"), '<x gmt_millis="1" />\n')
     check(m.run("-update_qzvolumes_xml").rc == 0, "registry")
     check(m.run("-update_qzdefcon_xml").rc == 0, "first alert file")
     # A named output file: the default name holds the time, a new file each run.

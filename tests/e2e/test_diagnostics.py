@@ -36,47 +36,28 @@ def test_bitness_and_memory(m):
     check("64-bit process" in mm.group(1), f"a 64-bit build should say so: {mm.group(1)!r}")
 
 
-def test_time_reports_the_current_gmt_time(m):
+def test_time_reports_gmt_and_local_time(m):
+    # A zone 14 hours east, or 12 west, puts local time on another day than GMT.
     before = gmt_now()
-    r = m.run("-time")
+    tz, hours = ("QZT-14", 14) if before.hour >= 12 else ("QZT+12", -12)
+    r = m.run("-time", env={"TZ": tz})
     after = gmt_now()
     check_eq(r.rc, 0, "exit code")
-    check(r.stdout.count("\n") >= 3, f"-time should be a multi-line report: {r.stdout!r}")
-    dates = {before.strftime("%Y-%m-%d"), after.strftime("%Y-%m-%d")}
-    gmt = check_match(r".*GMT time: +(\d{4}-\d\d-\d\d) (\d\d:\d\d:\d\d)", r.stdout, "-time")
-    check(gmt.group(1) in dates, f"GMT date {gmt.group(1)} is not today ({sorted(dates)})")
-    millis = check_match(r".*GMT millis: +(\d+)", r.stdout, "-time")
-    t = int(millis.group(1)) / 1000
-    check(before.timestamp() - 2 <= t <= after.timestamp() + 2, f"GMT millis {millis.group(1)} is not now")
-
-
-def test_time_separates_local_from_gmt(m):
-    # A zone 14 hours east, or 12 west, puts local time on another day than GMT.
-    now = gmt_now()
-    tz, hours = ("QZT-14", 14) if now.hour >= 12 else ("QZT+12", -12)
-    r = m.run("-time", env={"TZ": tz})
-    check_eq(r.rc, 0, "exit code")
-    local = check_match(r".*Local time: +(\d{4}-\d\d-\d\d \d\d):\d\d:\d\d .*\(UTC([+-]\d\d):00\)", r.stdout, "-time")
     gmt = check_match(r".*GMT time: +(\d{4}-\d\d-\d\d \d\d):\d\d:\d\d", r.stdout, "-time")
+    check(gmt.group(1)[:10] in {before.strftime("%Y-%m-%d"), after.strftime("%Y-%m-%d")}, f"GMT date: {r.stdout!r}")
+    millis = int(check_match(r".*GMT millis: +(\d+)", r.stdout, "-time").group(1)) / 1000
+    check(before.timestamp() - 2 <= millis <= after.timestamp() + 2, f"GMT millis are not now: {r.stdout!r}")
+    local = check_match(r".*Local time: +(\d{4}-\d\d-\d\d \d\d):\d\d:\d\d .*\(UTC([+-]\d\d):00\)", r.stdout, "-time")
     check_eq(int(local.group(2)), hours, "reported offset")
-    g = datetime.datetime.strptime(gmt.group(1), "%Y-%m-%d %H")
-    lt = datetime.datetime.strptime(local.group(1), "%Y-%m-%d %H")
-    check_eq(lt - g, datetime.timedelta(hours=hours), "local minus GMT")
+    check_eq(datetime.datetime.strptime(local.group(1), "%Y-%m-%d %H") -
+             datetime.datetime.strptime(gmt.group(1), "%Y-%m-%d %H"), datetime.timedelta(hours=hours), "local minus GMT")
 
 
 def test_localeinfo(m):
     r = m.run("-localeinfo")
-    check_eq(r.rc, 0, "exit code")
     lines = r.stdout.split("\n")
-    check_eq(lines[-1], "", "output should end with a newline")
-    lines = lines[:-1]
-    prefixes = ["System Locale (translated into Korvatine locale): ", "User's Preferred Locale: ",
-                "Local Date Time: ", "Locale Time: ", "Date: "]
-    check_eq(len(lines), 5, f"number of lines in {r.stdout!r}")
-    for line, prefix in zip(lines, prefixes):
-        check(line.startswith(prefix) and len(line) > len(prefix), f"line {line!r} should start {prefix!r}")
-    for line in (lines[2], lines[4]):
-        check(("2021" in line or "21" in line) and "27" in line, f"date of 2021-05-27 not recognisable: {line!r}")
-    check("12" in lines[3] and "34" in lines[3], f"12:34 not recognisable: {lines[3]!r}")
-    check("34" in lines[2] and "56" in lines[2], f"12:34:56 not recognisable: {lines[2]!r}")
-    check_match(r"^[a-z]{2,3}(_[A-Z0-9]{2,3})?$", lines[0][len(prefixes[0]):], "client locale")
+    # The sample moment is 2021-05-27 12:34:56, in the locale's own format.
+    check_match(r"System Locale \(translated into Korvatine locale\): [a-z]{2,3}(_[A-Z0-9]{2,3})?\n"
+                r"User's Preferred Locale: .+\nLocal Date Time: .*(21.*27|27.*21).*\n"
+                r"Locale Time: .*12.*34.*\nDate: .*(21.*27|27.*21).*\n$", r.stdout, "-localeinfo")
+    check("34" in lines[2] and "56" in lines[2] and r.rc == 0, f"12:34:56 not recognisable: {lines[2]!r}")

@@ -8,7 +8,8 @@ import re
 import time
 
 from harness import check, check_eq, write
-from test_scan import GUID_D, HGUID, VT, lists_dir, put, read_list, parse_list
+from filelists import list_dir, listed, put, read_list, scan_machine
+from test_scan import VT
 
 MIB = 1 << 20
 EDITABLE = ('<?xml version="1.0" encoding="UTF-8" ?> \n\n<qzexclusions>\n<!-- a comment\n over two lines -->\n'
@@ -35,17 +36,9 @@ CASES = {
 
 
 def machine(m):
-    m.write_install_xml(hguid=HGUID)
-    m.make_datadir()
-    d = m.map_drive("D")
-    write(os.path.join(d, ".qzvol", "qzvol_id.xml"),
-          '<?xml version="1.0" encoding="UTF-8" ?>\n<contents>\n<readme txt="x" />\n'
-          f'<qzvolume vguid="{GUID_D}" associated_hguid="{HGUID}" />\n</contents>\n')
-    m.write_qzinfo('<?xml version="1.0" encoding="UTF-8" ?>\n<contents>\n'
-                   '<settings excludefiletypes="bak" max_filesize_mb="700" />\n'
-                   f'<qzvolume qzVolumeGuid="{GUID_D}" mountPointPath="D:\\" />\n'
-                   '<do_backup>\n<qzdirfilter dir="D:\\data\\Private" whichfiles="none" />\n'
-                   '<qzdirfilter dir="D:\\Users\\bob\\Secret" whichfiles="none" />\n</do_backup>\n</contents>\n')
+    d, = scan_machine(m, settings='excludefiletypes="bak" max_filesize_mb="700"',
+                      extra='<do_backup>\n<qzdirfilter dir="D:\\data\\Private" whichfiles="none" />\n'
+                            '<qzdirfilter dir="D:\\Users\\bob\\Secret" whichfiles="none" />\n</do_backup>\n')
     write(os.path.join(m.datadir(), "qzexcluderules_editable.xml"), EDITABLE)
     for rel, (size, _) in CASES.items():
         put(os.path.join(d, *rel.split("\\")), size)
@@ -76,9 +69,8 @@ def test_explanations_agree_with_the_scan_and_name_each_cause(m):
     check_eq((s["Verdict"], s["OnCurrentList"]), ("SELECTED_NOT_LISTED_YET", "no_list"), "before a scan")
 
     check_eq(m.run(env=VT).rc, 0, "scan")
-    _, blocks = parse_list(read_list(m))
-    listed = {f[3] for b in blocks for f in b[2]}
-    with open(os.path.join(lists_dir(m), "bigfilelist.dat"), encoding="utf-8") as f:
+    on_list = listed(read_list(m)[1])
+    with open(os.path.join(list_dir(m), "bigfilelist.dat"), encoding="utf-8") as f:
         big = {line.split("\t")[2]: line[0] for line in f.read().splitlines()}
 
     # Every file on the drive, and the ones the cases name on purpose.
@@ -90,7 +82,7 @@ def test_explanations_agree_with_the_scan_and_name_each_cause(m):
     for path in sorted(on_disk):
         s, text = explain(m, path, "explain.txt")
         reached = s["ReachedByScan"] == "yes"
-        check_eq(reached, path in listed, f"ReachedByScan of {path} against the list\n{text}")
+        check_eq(reached, path in on_list, f"ReachedByScan of {path} against the list\n{text}")
         check_eq(s["OnCurrentList"], "yes" if reached else "no", f"OnCurrentList of {path}")
         if path in big:
             check_eq(s["SelectedByRules"], "yes" if big[path] == "t" else "no",

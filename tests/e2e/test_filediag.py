@@ -7,7 +7,7 @@ import re
 import struct
 import time
 
-from harness import check, check_eq, check_match
+from harness import check, check_eq, check_match, write
 
 
 def make_tree(m, files):
@@ -24,116 +24,74 @@ def make_tree(m, files):
     return d
 
 
-def test_dirlist_lists_every_entry_once(m):
-    make_tree(m, {"data/a.txt": "12345", "data/Résumé 日本語.doc": "x", "data/sub": None})
+def test_dirlist_and_dirlistdetail(m):
+    d = make_tree(m, {"data/a.txt": "12345", "data/Résumé 日本語.doc": "x", "data/sub": None, "dd/five.bin": "12345",
+                      "file.txt": "x", "empty": None, "real": None})
     r = m.run("-dirlist", "D:\\data")
-    check_eq(r.rc, 0, "exit code")
     lines = r.stdout.split("\n")
-    check_eq(lines[0], "DirList of 3 items for: D:\\data", "first line")
-    check_eq(lines[-2:], ["End.", ""], "last line")
-    items = lines[1:-2]
-    # The file system's order, numbered from 0: compare as a set after checking numbering.
-    check_eq([int(l[6:9]) for l in items], [0, 1, 2], "item numbers")
-    check_eq(sorted(l[12:] for l in items), sorted([" dir: sub", "file: a.txt", "file: Résumé 日本語.doc"]),
-             "items")
-    for l in items:
-        check_match(r"^ Item +\d+ - ( dir|file): .+$", l, "item line")
-
-
-def test_dirlist_errors(m):
-    make_tree(m, {"file.txt": "x", "empty": None})
-    # A freshly formatted drive: its root has no "." entry, so the first search
-    # finds nothing; that is an empty listing, not a failed one.
+    check_eq((r.rc, lines[0], lines[-2:]), (0, "DirList of 3 items for: D:\\data", ["End.", ""]), "frame")
+    # The file system's order, numbered from 0.
+    check_eq([l[:12] for l in lines[1:-2]], [f" Item   {i} - " for i in range(3)], "item numbers")
+    check_eq(sorted(l[12:] for l in lines[1:-2]), [" dir: sub", "file: Résumé 日本語.doc", "file: a.txt"], "items")
+    r = m.run("-dirlistdetail", "D:\\dd\\")
+    lines = r.stdout.split("\n")
+    check_eq(lines[:3], ["DirList of 1 items for: D:\\dd\\", "", " Item   0 - file: five.bin"], "head")
+    check_eq([l.split(":")[0] for l in lines[3:13]],
+             ["  fileSizeInBytes", "  rsrcForkInBytes", "  isDirectory", "  isSymLinkOrReparsePoint",
+              "  linked file count", "  isBundlePackageDir", "  isAliasFile", "  isAppropriateToModifyFile",
+              "  creationTime (GMT)", "  lastModifiedTime (GMT)"], "detail fields")
+    check_eq((lines[3], lines[5]), ("  fileSizeInBytes: 5", "  isDirectory: false"), "size and kind")
+    check_match(r"^  lastModifiedTime \(GMT\): \d{4}-\d\d-\d\d \d\d:\d\d:\d\d$", lines[12], "time")
+    check_eq(lines[13:], ["End.", ""], "tail")
+    # Listing never climbs above a drive root.
+    root = m.run("-dirlist", "D:\\").stdout
+    check_eq(m.run("-dirlist", "D:\\..\\..").stdout.replace("D:\\..\\..", "D:\\"), root, "-dirlist D:\\..\\..")
+    # A freshly formatted drive's root has no "." entry: an empty listing, not a failed one.
     m.map_drive("E")
-    cases = [
-        ("D:\\missing", "Directory does not exist: D:\\missing\n"),
-        ("D:\\file.txt", "This is not a directory: D:\\file.txt\n"),
-        ("D:\\empty", "Directory contained zero files: D:\\empty\n"),
-        ("E:\\", "Directory contained zero files: E:\\\n"),
-        ("Q:\\nodrive", "Directory does not exist: Q:\\nodrive\n"),
-        # Nothing outside the machine's drives exists: not the empty path, and
-        # not the host's own /tmp through a path without a drive letter.
-        ("", "Directory does not exist: \n"),
-        ("\\tmp", "Directory does not exist: \\tmp\n"),
-    ]
+    cases = [("D:\\missing", "Directory does not exist: D:\\missing\n"),
+             ("D:\\file.txt", "This is not a directory: D:\\file.txt\n"),
+             ("D:\\empty", "Directory contained zero files: D:\\empty\n"),
+             ("E:\\", "Directory contained zero files: E:\\\n"),
+             ("Q:\\nodrive", "Directory does not exist: Q:\\nodrive\n"),
+             # Nothing outside the machine's drives exists: not the empty path, and
+             # not the host's own /tmp through a path without a drive letter.
+             ("", "Directory does not exist: \n"),
+             ("\\tmp", "Directory does not exist: \\tmp\n")]
+    if m.platform == "native":  # Wine shows a Unix symbolic link as a plain directory
+        os.symlink(os.path.join(d, "real"), os.path.join(d, "link"))
+        cases.append(("D:\\link", "This is a symlink or reparse point: D:\\link\n"))
     for arg, want in cases:
         for switch in ("-dirlist", "-dirlistdetail"):
             r = m.run(switch, arg)
             check_eq((r.rc, r.stdout), (0, want), f"{switch} {arg}")
 
 
-def test_dirlist_never_climbs_above_a_drive_root(m):
-    make_tree(m, {"top.txt": "t"})
-    root = m.run("-dirlist", "D:\\")
-    check(root.stdout.startswith("DirList of 1 items for: D:\\\n"), root.stdout)
-    up = m.run("-dirlist", "D:\\..\\..")
-    check_eq(up.stdout.replace("D:\\..\\..", "D:\\"), root.stdout, "-dirlist D:\\..\\..")
-
-
-def test_dirlist_refuses_a_reparse_point(m):
-    if m.platform == "wine":
-        return  # Wine shows a Unix symbolic link as a plain directory
-    d = make_tree(m, {"real": None})
-    os.symlink(os.path.join(d, "real"), os.path.join(d, "link"))
-    r = m.run("-dirlist", "D:\\link")
-    check_eq(r.stdout, "This is a symlink or reparse point: D:\\link\n", "-dirlist of a link")
-
-
-def test_dirlistdetail_prints_the_file_details_under_each_item(m):
-    make_tree(m, {"dd/five.bin": "12345"})
-    r = m.run("-dirlistdetail", "D:\\dd\\")
-    lines = r.stdout.split("\n")
-    check_eq(lines[:3], ["DirList of 1 items for: D:\\dd\\", "", " Item   0 - file: five.bin"], "head")
-    keys = [l.split(":")[0] for l in lines[3:13]]
-    check_eq(keys, ["  fileSizeInBytes", "  rsrcForkInBytes", "  isDirectory", "  isSymLinkOrReparsePoint",
-                    "  linked file count", "  isBundlePackageDir", "  isAliasFile", "  isAppropriateToModifyFile",
-                    "  creationTime (GMT)", "  lastModifiedTime (GMT)"], "detail fields")
-    check_eq(lines[3], "  fileSizeInBytes: 5", "size")
-    check_eq(lines[5], "  isDirectory: false", "isDirectory")
-    check_match(r"^  lastModifiedTime \(GMT\): \d{4}-\d\d-\d\d \d\d:\d\d:\d\d$", lines[12], "time")
-    check_eq(lines[13:], ["End.", ""], "tail")
-
-
-def test_fileinfo(m):
-    make_tree(m, {"info/a.txt": "hello"})
-    r = m.run("-fileinfo", "D:\\info\\a.txt")
-    lines = r.stdout.split("\n")
-    check_eq(lines[0], "FileInfo for: D:\\info\\a.txt", "head")
-    check_eq(lines[1], "  fileSizeInBytes: 5", "size")
-    check_eq(lines[3], "  isDirectory: false", "isDirectory")
-    check_eq(lines[4], "  isSymLinkOrReparsePoint: false", "reparse")
-    check_eq(lines[5], "  linked file count: 1", "links")
+def test_fileinfo_diagnose_read_problem_and_copy_rsrc_fork(m):
+    make_tree(m, {"r/a.txt": "hello"})
+    lines = m.run("-fileinfo", "D:\\r\\a.txt").stdout.split("\n")
+    check_eq(lines[:2] + lines[3:6] + lines[12:14],
+             ["FileInfo for: D:\\r\\a.txt", "  fileSizeInBytes: 5", "  isDirectory: false",
+              "  isSymLinkOrReparsePoint: false", "  linked file count: 1", "  qzserv_login_name: qzunknown",
+              "  successfully_read_in_file: 5 bytes"], "-fileinfo")
     check_match(r"^  (yes_have_admin_rights|no_admin_rights)_login_name: \S.*$", lines[11], "login line")
-    check_eq(lines[12], "  qzserv_login_name: qzunknown", "service account")
-    check_eq(lines[13], "  successfully_read_in_file: 5 bytes", "read")
     check_match(r"^  my_current_login_has_rights_to_read_file: true, detail=.*$", lines[14], "own rights")
     check_match(r"^  qzserv_login_has_rights_to_read_file: false, detail=.*$", lines[15], "service rights")
-    r = m.run("-fileinfo", "D:\\info\\missing.txt")
-    check_eq(r.stdout, "FileInfo for: D:\\info\\missing.txt\nFile does not exist.\n", "missing file")
-
     # The service account's name comes from the reports folder.
-    reports = os.path.join(m.make_datadir(), "qzreports")
-    os.makedirs(reports, exist_ok=True)
-    with open(os.path.join(reports, "qzserv_runs_as.txt"), "w") as f:
-        f.write("SYSTEM\r\n")
-    r = m.run("-fileinfo", "D:\\info\\a.txt")
-    check("  qzserv_login_name: SYSTEM\n" in r.stdout, r.stdout)
-
-
-def test_diagnose_read_problem(m):
-    make_tree(m, {"r/ok.txt": "ok"})
-    head = "Diagnosing this file for ability to read: "
-    r = m.run("-diagnose_read_problem", "D:\\r\\ok.txt")
-    check_eq(r.stdout, head + "D:\\r\\ok.txt\nFile exists, and there was no problem reading the file.\n", "ok")
-    r = m.run("-diagnose_read_problem", "D:\\r\\nope.txt")
-    check_eq(r.stdout, head + "D:\\r\\nope.txt\nQzFile::DiagnoseFileReadProblem failed - file does not exist: "
-             "D:\\r\\nope.txt, errStr=QZ_FILE_PERMANENT_DOES_NOT_EXIST\n", "missing file")
-    r = m.run("-diagnose_read_problem", "Q:\\gone.txt")
-    check_eq(r.stdout, head + "Q:\\gone.txt\nQzFile::DiagnoseFileReadProblem failed - file does not exist: "
-             "Q:\\gone.txt, errStr=QZ_FILE_TEMPORARY_DRIVE_UNPLUGGED\n", "vanished drive")
-    r = m.run("-diagnose_read_problem", "D:\\r")
-    check_eq(r.stdout, head + "D:\\r\nFile exists, could not read for intReason=2, "
-             "strReason=QZ_FILE_PERMANENT_BAD_PERMISSIONS\n", "a directory")
+    write(os.path.join(m.make_datadir(), "qzreports", "qzserv_runs_as.txt"), "SYSTEM\r\n")
+    check("  qzserv_login_name: SYSTEM\n" in m.run("-fileinfo", "D:\\r\\a.txt").stdout, "service account from the file")
+    gone = "QzFile::DiagnoseFileReadProblem failed - file does not exist: "
+    for switch, path, answer in [
+            ("-fileinfo", "D:\\r\\no.txt", "File does not exist."),
+            ("-diagnose_read_problem", "D:\\r\\a.txt", "File exists, and there was no problem reading the file."),
+            ("-diagnose_read_problem", "D:\\r\\no.txt", gone + "D:\\r\\no.txt, errStr=QZ_FILE_PERMANENT_DOES_NOT_EXIST"),
+            ("-diagnose_read_problem", "Q:\\no.txt", gone + "Q:\\no.txt, errStr=QZ_FILE_TEMPORARY_DRIVE_UNPLUGGED"),
+            ("-diagnose_read_problem", "D:\\r",
+             "File exists, could not read for intReason=2, strReason=QZ_FILE_PERMANENT_BAD_PERMISSIONS"),
+            ("-copy_rsrc_fork", "D:\\r\\a.txt", "File has no resource fork."),
+            ("-copy_rsrc_fork", "D:\\r\\no.txt", "File does not exist.")]:
+        head = "Diagnosing this file for ability to read: " if switch == "-diagnose_read_problem" else "FileInfo for: "
+        r = m.run(switch, path, *(["D:\\out.bin"] if switch == "-copy_rsrc_fork" else []))
+        check_eq((r.rc, r.stdout), (0, f"{head}{path}\n{answer}\n"), f"{switch} {path}")
 
 
 def test_open_file_exclusive_holds_the_file(m):
@@ -215,50 +173,27 @@ def test_dllinfo_reads_the_headers(m):
                                              "Test B: This file is a 64 bit Windows DLL."], "a real DLL")
 
 
-def test_copy_rsrc_fork_has_the_windows_answer(m):
-    make_tree(m, {"f.txt": "x"})
-    r = m.run("-copy_rsrc_fork", "D:\\f.txt", "D:\\out.bin")
-    check_eq(r.stdout, "FileInfo for: D:\\f.txt\nFile has no resource fork.\n", "existing file")
-    r = m.run("-copy_rsrc_fork", "D:\\g.txt", "D:\\out.bin")
-    check_eq(r.stdout, "FileInfo for: D:\\g.txt\nFile does not exist.\n", "missing file")
-
-
 def test_grep_and_igrep(m):
     lines = ["C:\\Users\\Bob\\notes.txt\t0000018c3a\t12", "C:\\Users\\bob\\BOB.doc\t0000018c3b\t7",
              "nothing here", "Résumé BOB"]
-    make_tree(m, {"lists/list.dat": "\n".join(lines) + "\n"})
-    r = m.run("-grep", "Bob", "D:\\lists\\list.dat")
-    check_eq(r.stdout, "Grep returned the following for file: D:\\lists\\list.dat\n"
-             "Line 1: C:\\Users\\Bob\\notes.txt\t0000018c3a\t12\nDone.\n", "-grep")
-    r = m.run("-igrep", "bob", "D:\\lists\\list.dat")
-    check_eq(r.stdout, "Grep returned the following for file: D:\\lists\\list.dat\n"
-             f"Line 1: {lines[0]}\nLine 2: {lines[1]}\nLine 4: {lines[3]}\nDone.\n", "-igrep")
-    r = m.run("-grep", "x", "D:\\lists\\none.dat")
-    check_eq(r.stdout, "File does not exist: D:\\lists\\none.dat\n", "missing file")
-
-
-def test_grep_with_the_longest_patterns(m):
-    """A pattern of 64 KiB is searched like any other and a longer one is refused with the row's error text.
-    A Windows command line holds at most 32,767 characters, so under Wine the pattern is as long as fits."""
+    # A pattern of 64 KiB is searched like any other and a longer one is refused with the row's error text.
+    # A Windows command line holds at most 32,767 characters, so under Wine the pattern is as long as fits.
     longest = 65536 if m.platform == "native" else 32000
     unit = "C:\\Users\\Bob\\Documents\\"
     pat = (unit * (longest // len(unit) + 1))[:longest]
     near = pat[:longest // 2] + "#" + pat[longest // 2 + 1:]
-    make_tree(m, {"big.dat": "\n".join(["C:\\Users\\Bob\\a.txt", near, pat[1:], "x" + pat + "y", pat[:-1]]) + "\n"})
-    want = f"Grep returned the following for file: D:\\big.dat\nLine 4: x{pat}y\nDone.\n"
+    make_tree(m, {"list.dat": "\n".join(lines) + "\n", "many.dat": "".join(f"hit {i}\n" for i in range(12000)),
+                  "big.dat": "\n".join(["C:\\Users\\Bob\\a.txt", near, pat[1:], "x" + pat + "y", pat[:-1]]) + "\n"})
+    head = "Grep returned the following for file: D:\\"
+    check_eq(m.run("-grep", "Bob", "D:\\list.dat").stdout, f"{head}list.dat\nLine 1: {lines[0]}\nDone.\n", "-grep")
+    check_eq(m.run("-igrep", "bob", "D:\\list.dat").stdout,
+             f"{head}list.dat\nLine 1: {lines[0]}\nLine 2: {lines[1]}\nLine 4: {lines[3]}\nDone.\n", "-igrep")
+    check_eq(m.run("-grep", "x", "D:\\none.dat").stdout, "File does not exist: D:\\none.dat\n", "missing file")
+    out = m.run("-grep", "hit", "D:\\many.dat").stdout.split("\n")
+    check_eq((len(out), out[10000], out[-2]), (1 + 10000 + 2, "Line 10000: hit 9999", "Done."), "stops at 10,000 hits")
     for switch, p in (("-grep", pat), ("-igrep", pat.upper())):
         r = m.run(switch, p, "D:\\big.dat")
-        check(r.stdout == want, f"{switch} of {len(p)} bytes: {r.stdout[:300]!r} ... {r.stdout[-100:]!r}")
+        check(r.stdout == f"{head}big.dat\nLine 4: x{pat}y\nDone.\n", f"{switch} of {len(p)} bytes: {r.stdout[:300]!r}")
     if m.platform == "native":
-        r = m.run("-grep", pat + "s", "D:\\big.dat")
-        check_eq(r.stdout, "Grep returned the following for file: D:\\big.dat\n"
+        check_eq(m.run("-grep", pat + "s", "D:\\big.dat").stdout, f"{head}big.dat\n"
                  "An error occurred, is the file readable?, errStr=error_pattern_is_too_long\n", "65,537 bytes")
-
-
-def test_grep_stops_at_10000_hits(m):
-    make_tree(m, {"many.dat": "".join(f"hit {i}\n" for i in range(12000))})
-    r = m.run("-grep", "hit", "D:\\many.dat")
-    out = r.stdout.split("\n")
-    check_eq(len(out), 1 + 10000 + 2, "line count")
-    check_eq(out[10000], "Line 10000: hit 9999", "last hit")
-    check_eq(out[-2], "Done.", "end")

@@ -6,12 +6,11 @@ the program sees as sharing violation 32; under Wine by a second instance of
 the program in -open_file_exclusive."""
 
 import os
-import shutil
 import time
 
 from harness import check, check_eq, read, write
-from test_registry import (HGUID, OTHER_HGUID, XML_HEAD, assign, data, defcon_record, defcon_text, logged, machine,
-                           now_ms, pushed, registry, settings, update_defcon, write_registry)
+from test_registry import (DEFCON_NOT_ACTIONABLE, assign, data, defcon_record, defcon_text, logged, machine, now_ms,
+                           pushed, registry, update_defcon)
 
 # Pauses return at once and move the program's clock instead.
 FAST = {"QZ_TEST_VIRTUAL_TIME": "1"}
@@ -55,19 +54,32 @@ def test_held_registry_changes_nothing_and_hands_out_no_short_id(m):
     check_eq((last, sorted(entries)), (8, sorted([d, e, x])), "registry afterwards")
 
 
-def test_alert_update_keeps_the_previous_file_while_statistics_are_held(m):
+def test_alert_update_keeps_the_previous_file_when_its_inputs_are_missing_malformed_or_held(m):
     machine(m, fixed=("D",))
     d = assign(m, "D:\\")
-    m.run("-update_qzvolumes_xml")
+    stats = f"qzlogs\\qzreports_lastfilestransmitted\\qzstat_pervol_{d}_latest_file.xml"
+    check_eq(update_defcon(m), f"ERROR reading updated file: {m.datadir_win}qzreports\\qzdefcon.xml\n" +
+             DEFCON_NOT_ACTIONABLE, "without the transmitter's file")
+    check(logged(m, f"qzstat_pervol_latest_file.xml not found here:{m.datadir_win}{stats}, so bailing out of defcon "
+                    "calculations"), "no bail-out line")
+    previous = defcon_text(3, [defcon_record(d, "D:\\", 3, 16, 16, 16)])
+    write(data(m, "qzreports", "qzdefcon.xml"), previous)
     pushed(m, d, now_ms())
-    update_defcon(m)
-    previous = read(data(m, "qzreports", "qzdefcon.xml"))
-    check_eq(previous, defcon_text(5, [defcon_record(d, "D:\\", 5, 0, -1, 0)]), "alert levels")
-    with m.hold(m.datadir_win + f"qzlogs\\qzreports_lastfilestransmitted\\qzstat_pervol_{d}_latest_file.xml"):
+    write(data(m, "qzfilelists", f"{d}_c____filelist.dat"), "f\t0000000000000000\t1\tD:\\x\n")
+    # The previous file still rates D, listed 16 days ago, as elevated.
+    check_eq(update_defcon(m), "SUCCESS reading updated file, criticalDefcon=3\n"
+             f"A Defcon elevated drive is attached, defcon=3, mountPoint=D:\\, volId={d}\n", "with an unreadable list")
+    check(logged(m, "read per-volume filelist but did not parse first line correctly, so bailing out"), "no line")
+    check_eq(read(data(m, "qzreports", "qzdefcon.xml")), previous, "previous qzdefcon.xml")
+    os.remove(data(m, "qzfilelists", f"{d}_c____filelist.dat"))
+    with m.hold(m.datadir_win + stats):
         m.run("-update_qzdefcon_xml", env=FAST)
     check_eq(read(data(m, "qzreports", "qzdefcon.xml")), previous, "alert levels after the held statistics")
     check(logged(m, "qzstat_pervol_latest_file.xml exists but could not be read, so bailing out of defcon "
                     "calculations"), "no bail-out line")
+    update_defcon(m)
+    check_eq(read(data(m, "qzreports", "qzdefcon.xml")), defcon_text(5, [defcon_record(d, "D:\\", 5, 0, -1, 0)]),
+             "alert levels once the statistics are free")
 
 
 def test_registry_lock_is_waited_for_and_broken_only_when_stale(m):
@@ -93,55 +105,3 @@ def test_registry_lock_is_waited_for_and_broken_only_when_stale(m):
     check_eq((last, short_ids), (4, ["001", "002", "003", "004"]), "short ids after concurrent writers")
     check_eq(sorted(e["mount"] for e in entries.values()), ["D:\\", "E:\\", "F:\\", "G:\\"], "registered mounts")
     check(d in entries, "the first volume lost")
-
-
-def test_empty_registry_reads_back_and_a_staged_one_stays_staged(m):
-    machine(m, fixed=("D",))
-    m.run("-update_qzvolumes_xml")
-    check_eq(registry(m), (0, {}), "registry of a machine without marked volumes")
-    check('first_qzinfo_staging="true"' in read(data(m, "qzvolumes.xml")), "no staging mark")
-    m.run("-update_qzvolumes_xml")
-    check_eq(sum("regenerate qzvolumes.xml" in msg for msg in m.log_messages()), 1, "regenerations")
-    check(not logged(m, "could not find any <qzvolume ...> snippets"), "an empty registry refused by its reader")
-    write_registry(m, 0, [], ' first_qzinfo_staging="true"')
-    d = assign(m, "D:\\")
-    check('first_qzinfo_staging="true"' in read(data(m, "qzvolumes.xml")), "the installer's staging mark dropped")
-    check_eq(sorted(registry(m)[1]), [d], "registered volumes")
-
-
-def test_cloned_disk_leaves_the_selection_and_the_registry_alone(m):
-    machine(m, fixed=("E", "F"))
-    e = assign(m, "E:\\")
-    settings(m, [(e, "E:\\")])
-    shutil.copytree(m.host_path("E:\\.qzvol"), m.host_path("F:\\.qzvol"))  # E cloned onto F
-    selection = read(data(m, "qzinfo.xml"))
-    for _ in range(2):
-        m.run("-update_qzvolumes_xml")
-        check_eq(read(data(m, "qzinfo.xml")), selection, "selection in qzinfo.xml")
-        check_eq(registry(m)[1][e]["mount"], "E:\\", "registered mount point of the cloned identity")
-    check(logged(m, "ERROR: QzUiUtil::DoAnyCurrentlyAttachedHardDrivesHaveDuplicateVolGuids FOUND_DUPLICATE_VOL_ID: "
-                    "Vol_A_E:\\__Vol_B_F:\\"), "duplicate not logged")
-    check(not logged(m, "self repairing sel for backup"), "selection repaired")
-    # With E unplugged the clone stands in for it.
-    shutil.rmtree(m.host_path("E:\\.qzvol"))
-    m.run("-update_qzvolumes_xml")
-    check(f'<qzvolume qzVolumeGuid="{e}" mountPointPath="F:\\" />' in read(data(m, "qzinfo.xml")), "no repair")
-
-
-def test_cloned_system_marker_keeps_its_time_so_a_stale_owner_is_repaired(m):
-    machine(m, fixed=())
-    c = "v0030123456789ab0123456789ab"
-    source = m.c(".qzvol\\qzvol_id.xml")
-    write(source, XML_HEAD + '<readme txt="x" />\n'
-          f'<qzvolume vguid="{c}" associated_hguid="{OTHER_HGUID}" />\n</contents>\n')
-    old = time.time() - 86400  # written a day before this install
-    os.utime(source, (old, old))
-    settings(m, [(c, "C:\\")])
-    m.run("-clone_qzvol_to_datadir")
-    copy = data(m, "qzvol_system_volume", "qzvol_id.xml")
-    check_eq(read(copy), read(source), "cloned marker")
-    check(abs(os.stat(copy).st_mtime - old) < 0.01, "the clone's modification time is not its original's")
-    r = m.run("-volumeinfo", "C:\\")
-    check(f"    VolumeGUID: {c}\n    AssocHguid: {HGUID}\n" in r.stdout, f"-volumeinfo: {r.stdout!r}")
-    check(logged(m, f"which doesn't match assocHguid={OTHER_HGUID}, so attempting repair."), "no repair line")
-    check(f'associated_hguid="{HGUID}"' in read(copy), "marker not repaired")

@@ -5,41 +5,26 @@ days' files is checked on fixed dates by the unit tests.)"""
 import os
 import re
 
-from harness import Skip, check, check_eq, gmt_now, parse_log_line, startup_line_re
+from harness import Skip, check, check_eq, gmt_now, parse_log_line, read, startup_line_re, write
 
 HGUID = "0123456789abcdef01234567"
 
 
-def test_day_file_is_chosen_by_gmt_day(m):
-    # A zone 14 hours east, or 12 west, puts local time on another day than GMT.
+def test_day_file_is_chosen_by_gmt_day_and_appended_to(m):
     m.make_datadir()
     now = gmt_now()
-    tz = "QZT-14" if now.hour >= 12 else "QZT+12"
-    m.run("-version", env={"TZ": tz})
-    after = gmt_now()
-    if after.day != now.day:
-        raise Skip("the GMT day changed during the run")
-    files = os.listdir(m.log_dir())
-    check_eq(files, [f"qzfilelist{now.day:02d}.log"], "day files")
-    for line in m.log_lines():
-        check(line.time.startswith(now.strftime("%Y-%m-%d ")), f"log time is not GMT: {line.raw!r}")
-
-
-def test_existing_day_file_is_appended_to(m):
-    m.make_datadir()
-    day = gmt_now().day
-    os.makedirs(m.log_dir())
     old = "2000-01-01 00:00:00          1 - an earlier line\n"
-    with open(m.day_file(day), "w", newline="") as f:
-        f.write(old)
-    m.run("-version")
-    if gmt_now().day != day:
+    write(m.day_file(now.day), old)
+    # A zone 14 hours east, or 12 west, puts local time on another day than GMT.
+    m.run("-version", env={"TZ": "QZT-14" if now.hour >= 12 else "QZT+12"})
+    if gmt_now().day != now.day:
         raise Skip("the GMT day changed during the run")
-    with open(m.day_file(day), encoding="utf-8", newline="") as f:
-        text = f.read()
+    check_eq(os.listdir(m.log_dir()), [f"qzfilelist{now.day:02d}.log"], "day files")
+    text = read(m.day_file(now.day))
     check(text.startswith(old), f"the earlier content of today's file was lost: {text[:200]!r}")
     check("\r" not in text, "log lines must end in a bare newline")
-    check(len(text.splitlines()) > 1, "nothing was appended")
+    lines = m.log_lines()[1:]
+    check(lines and all(line.time.startswith(now.strftime("%Y-%m-%d ")) for line in lines), "log time is not GMT")
 
 
 def test_concurrent_runs_append_whole_lines(m):

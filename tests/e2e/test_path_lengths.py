@@ -8,7 +8,7 @@ import os
 import re
 
 from harness import check, check_eq
-from test_scan import LIST_NAME, machine
+from filelists import list_path, scan_machine
 
 LENGTHS = (259, 260, 261, 32000, 32767)
 SEGMENT = 200  # characters of a folder name (hosts allow 255 bytes)
@@ -79,7 +79,7 @@ ROWS = [
 
 
 def test_every_path_switch_at_the_edge_lengths(m):
-    machine(m)
+    scan_machine(m)
     for length in LENGTHS:
         existing = long_path(length, "a.txt")
         made = length <= 261 and make(m, existing)
@@ -109,13 +109,13 @@ def test_every_path_switch_at_the_edge_lengths(m):
 
 
 def test_scan_lists_files_at_the_edge_lengths(m):
-    machine(m)
+    scan_machine(m)
     made = {length: make(m, long_path(length, "s.txt")) for length in LENGTHS}
     for length in (259, 260, 261):
         check(made[length], f"could not create a {length}-unit path")
     r = m.run(env={"QZ_TEST_VIRTUAL_TIME": "1"}, timeout=300)
     check_eq(r.rc, 0, "scan exit code")
-    with open(os.path.join(m.datadir(), "qzfilelists", LIST_NAME), encoding="utf-8") as f:
+    with open(list_path(m), encoding="utf-8") as f:
         listed = {line.split("\t")[3] for line in f.read().splitlines() if line.startswith("f\t")}
     for length in LENGTHS:
         p = long_path(length, "s.txt")

@@ -129,22 +129,7 @@ def test_deleting_the_editable_file_recreates_it_and_sets_the_merge_log_aside(m)
           "no log line for the merge log set aside")
 
 
-def test_an_editable_file_without_its_end_tag_is_left_alone(m):
-    m.make_datadir()
-    merge(m, True)
-    editable, _, merge_log = paths(m)
-    broken = '<qzexclusions>\n<excludefname_rule plat="win" osVers="*" />\n'
-    write(editable, broken)
-    os.remove(merge_log)
-    merge(m, False)
-    check_eq(read(editable), broken, "editable file")
-    check(not os.path.exists(merge_log), "a merge log was written")
-    check(any(msg.startswith("ERROR MakeSureAllEditableExcludeRuleBlocksAreMerged, file exists, some content exists, "
-                             "but no end tag </qzexclusions> inside editable rules fileName=")
-              for msg in m.log_messages()), "the refusal is not logged")
-
-
-def test_merged_rules_go_before_the_end_tag_that_is_not_commented_out(m):
+def test_merged_rules_go_before_the_one_end_tag_not_commented_out(m):
     m.make_datadir()
     merge(m, True)
     editable, _, merge_log = paths(m)
@@ -160,16 +145,14 @@ def test_merged_rules_go_before_the_end_tag_that_is_not_commented_out(m):
     check(text.endswith('endsWith="\\desktop.ini" hasFileExtension="ini" />\n' + END_TAG + "\n"),
           "merged rules are not right before the real end tag")
 
-    # With its only end tag inside a comment the file cannot take rules.
-    only_commented = commented[:commented.rindex(END_TAG)]
-    write(editable, only_commented)
-    os.remove(merge_log)
-    merge(m, False)
-    check_eq(read(editable), only_commented, "editable file without a real end tag")
-
-
-def test_without_a_data_directory_nothing_is_written(m):
-    before = m.snapshot()
-    r = m.run("-merge_exclude_rules")
-    check_eq((r.rc, r.stdout, r.stderr), (0, "Nothing changed.\n", ""), "result")
-    check_eq(m.snapshot() - before, set(), "files created")
+    # Without an end tag, or with its only end tag inside a comment, the file cannot take rules.
+    for broken in ('<qzexclusions>\n<excludefname_rule plat="win" osVers="*" />\n', commented[:commented.rindex(END_TAG)]):
+        write(editable, broken)
+        if os.path.exists(merge_log):
+            os.remove(merge_log)
+        merge(m, False)
+        check_eq(read(editable), broken, "editable file without a real end tag")
+        check(not os.path.exists(merge_log), "a merge log was written")
+    check(any(msg.startswith("ERROR MakeSureAllEditableExcludeRuleBlocksAreMerged, file exists, some content exists, "
+                             "but no end tag </qzexclusions> inside editable rules fileName=")
+              for msg in m.log_messages()), "the refusal is not logged")

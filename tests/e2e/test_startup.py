@@ -44,27 +44,14 @@ def test_startup_lines(m):
     for l in lines:
         t = datetime.datetime.strptime(l.time, "%Y-%m-%d %H:%M:%S").replace(tzinfo=datetime.timezone.utc)
         check(started - 2 <= t.timestamp() <= gmt_now().timestamp() + 2, f"log time {l.time} is not now (GMT)")
-
-
-def test_startup_line_lists_every_argument_in_order(m):
-    m.make_datadir()
-    for args in (["-is64bit"], ["-bogus", "two words", "Résumé 日本語", "C:\\dir\\"],
-                 ["-grep", "x"], ["-dirlist", "C:\\"], []):
-        _, lines = run_lines(m, args)
-        starts = startup_lines(lines)
+    # Every argument, in order, whatever it holds; then the buffering flag file.
+    for args in (["-is64bit"], ["-bogus", "two words", "Résumé 日本語", "C:\\dir\\"], ["-grep", "x"], []):
+        starts = startup_lines(run_lines(m, args)[1])
         check_eq(len(starts), 1, f"start-up lines for {args}")
-        check_match(startup_line_re(args), starts[0], f"start-up line for {args}")
-
-
-def test_buffering_flag_file(m):
-    m.make_datadir()
-    _, lines = run_lines(m, ["-version"])
-    check(any(re.match(startup_line_re(["-version"], buffering=True), l.message) for l in lines),
-          "start-up line should say buffering_is_on")
+        check_match(startup_line_re(args, hguid=HGUID), starts[0], f"start-up line for {args}")
     m.disable_buffering()
-    _, lines = run_lines(m, ["-version"])
-    check(any(re.match(startup_line_re(["-version"], buffering=False), l.message) for l in lines),
-          "start-up line should say BUFFERING_IS_TURNED_OFF")
+    starts = startup_lines(run_lines(m, ["-version"])[1])
+    check_match(startup_line_re(["-version"], hguid=HGUID, buffering=False), starts[0], "BUFFERING_IS_TURNED_OFF")
 
 
 def test_host_id(m):
@@ -112,9 +99,10 @@ def test_no_log_without_the_data_dir(m):
         if install_xml:
             m.write_install_xml(datadir=install_xml, hguid=HGUID)
         before = m.snapshot()
-        for args in (["-version"], ["-is64bit"], ["-bogus"], []):
+        for args in (["-version"], ["-is64bit"], ["-bogus"], [], ["-merge_exclude_rules"]):
             r = m.run(*args)
             check_eq(r.rc, 0, f"exit code of {args}")
+        check_eq(r.stdout, "Nothing changed.\n", "-merge_exclude_rules without a data directory")
         check_eq(sorted(m.snapshot() - before), [], f"files created with datadir {install_xml!r} missing")
         check_eq(os.listdir(d), [], "D: should stay empty")
 

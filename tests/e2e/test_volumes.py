@@ -4,7 +4,8 @@ print, the system volume's marker cloned into the data directory,
 the drive ping, and the settings file being loaded at start-up."""
 
 import os
-import re
+import shutil
+import time
 
 from harness import check, check_eq, check_match, read, write
 
@@ -64,15 +65,9 @@ def test_only_fixed_drives_are_listed_and_empty_ones_typed_em(m):
     m.map_drive("J")  # nothing at all: on Windows the root search finds no entry
     r = m.run("-queryattachedvolumes")
     check_eq(r.rc, 0, "exit code")
-    check_eq(r.stdout, "The following hard drives are attached:\n"
-                       "  Drive 0 has qzVolGuid=none, mountPoint=C:\\\n"
-                       "  Drive 1 has qzVolGuid=none, mountPoint=D:\\\n"
-                       "  Drive 2 has qzVolGuid=none, mountPoint=E:\\\n"
-                       f"  Drive 3 has qzVolGuid={GUID_D}, mountPoint=G:\\\n"
-                       "  Drive 4 has qzVolGuid=none, mountPoint=H:\\\n"
-                       "  Drive 5 has qzVolGuid=none, mountPoint=I:\\\n"
-                       "  Drive 6 has qzVolGuid=none, mountPoint=J:\\\n"
-                       "\nALL DONE\n", "-queryattachedvolumes")
+    check_eq(r.stdout, "The following hard drives are attached:\n" + "".join(
+        f"  Drive {i} has qzVolGuid={GUID_D if letter == 'G' else 'none'}, mountPoint={letter}:\\\n"
+        for i, letter in enumerate("CDEGHIJ")) + "\nALL DONE\n", "-queryattachedvolumes")
 
     r = m.run("-listvolumesdetail")
     blocks = r.stdout.split("=======================================================\n")
@@ -130,7 +125,7 @@ def test_getvolumeinfofromfilename_says_whether_selected(m):
                            "The filename is on a volume we have never heard of and is not attached.\n", path)
 
 
-def test_clone_writes_the_system_marker_into_the_data_dir(m):
+def test_clone_writes_the_system_marker_into_the_data_dir_and_keeps_its_time(m):
     m.make_datadir()
     m.write_install_xml(hguid=MINE)
     settings(m, (GUID_D, "D:\\"), (GUID_C, "C:\\"))
@@ -148,6 +143,22 @@ def test_clone_writes_the_system_marker_into_the_data_dir(m):
               for msg in messages), "no SUCCESS line")
     r = m.run("-volumeinfo", "C:\\")
     check_match(volumeinfo_re(GUID_C, MINE, "gm", system="true"), r.stdout.split("\n", 1)[1], "-volumeinfo C:\\")
+
+    # A marker already on C:, written for another machine a day before this
+    # install, is copied with its time; reading it then repairs the copy's owner.
+    shutil.rmtree(folder)
+    source = mark(m.c(), id_xml(GUID_C, OTHER, "x"))
+    old = time.time() - 86400
+    os.utime(source, (old, old))
+    m.run("-clone_qzvol_to_datadir")
+    copy = os.path.join(folder, "qzvol_id.xml")
+    check_eq(read(copy), read(source), "cloned marker")
+    check(abs(os.stat(copy).st_mtime - old) < 0.01, "the clone's modification time is not its original's")
+    r = m.run("-volumeinfo", "C:\\")
+    check(f"    VolumeGUID: {GUID_C}\n    AssocHguid: {MINE}\n" in r.stdout, f"-volumeinfo: {r.stdout!r}")
+    check(any(f"which doesn't match assocHguid={OTHER}, so attempting repair." in x for x in m.log_messages()),
+          "no repair line")
+    check(f'associated_hguid="{MINE}"' in read(copy), "marker not repaired")
 
 
 def test_drive_ping_wakes_selected_drives_and_reports_them(m):
@@ -178,11 +189,3 @@ def test_drive_ping_wakes_selected_drives_and_reports_them(m):
     check_match(r"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d processId=\d+ random=\d+ woke\n$",
                 read(os.path.join(folder, "ping_qzfilelist.log")), "ping log")
     check(not os.path.exists(os.path.join(e, ".qzvol")), "a drive without marker was written to")
-
-
-def test_settings_are_loaded_at_startup(m):
-    m.make_datadir()
-    settings(m, (GUID_D, "D:\\"), (GUID_D, "D:\\"))
-    m.run("-is64bit")
-    check(f"ERROR: QzInfoManager::ReadControlPanelSettingsFromQzInfoXmlFile - removing dup qzvolume qzVolGuid="
-          f"{GUID_D}, mountPoint=D:\\" in m.log_messages(), "the settings were not read at start-up")

@@ -34,10 +34,10 @@ sys.path.insert(0, os.path.join(HERE, "..", "e2e"))
 sys.dont_write_bytecode = True
 
 import harness  # noqa: E402
-from filelists import (compare_with_tree, leftover_futures, list_dir, list_path, parse_list,  # noqa: E402
-                       setup_scan_machine, tree_files)
+from filelists import (compare_with_tree, leftover_futures, list_dir, list_path, listed, parse_list,  # noqa: E402
+                       scan_machine, tree_files)
 
-MARKER = b"\\.qzvol\\"
+MARKER = "\\.qzvol\\"
 VIRTUAL = {"QZ_TEST_VIRTUAL_TIME": "1"}
 GEN = os.path.join(HERE, "..", "..", "..", "shared", "bench", "gen_tree.py")
 
@@ -51,8 +51,8 @@ def read(path):
 
 
 class Torture:
-    def __init__(self, m, trees, guids):
-        self.m, self.trees, self.guids = m, trees, guids
+    def __init__(self, m, trees):
+        self.m, self.trees = m, trees
         self.expected = {l: tree_files(d, l, (MARKER,)) for l, d in trees.items()}
         self.failures = []
         self.counts = {"kills": 0, "kept previous": 0, "new list": 0, "no list yet": 0, "next run ok": 0,
@@ -64,8 +64,8 @@ class Torture:
 
     def check_complete(self, letter, data, what):
         """A complete list of the volume's tree; returns its problems."""
-        files, dirs, problems = parse_list(data)
-        files = {p: v for p, v in files.items() if MARKER not in p}
+        _, blocks, problems = parse_list(data)
+        files = {p: v for p, v in listed(blocks).items() if MARKER not in p}
         try:
             compare_with_tree(files, self.expected[letter], what)
         except AssertionError as e:
@@ -73,7 +73,7 @@ class Torture:
         return problems
 
     def lists(self):
-        return {l: read(list_path(self.m, g)) for l, g in self.guids.items()}
+        return {letter: read(list_path(self.m, letter)) for letter in self.trees}
 
     def age_lock(self):
         """The dead run's lock, as it looks three hours later."""
@@ -166,8 +166,8 @@ def main():
             trees[letter] = m.map_drive(letter)
             subprocess.run([sys.executable, a.gen, trees[letter], "--files", str(a.files // 2), "--seed", str(seed)],
                            check=True, stdout=subprocess.DEVNULL)
-        guids = setup_scan_machine(m, list(trees))
-        t = Torture(m, trees, guids)
+        scan_machine(m, "".join(trees))
+        t = Torture(m, trees)
         # Reference scans: every list complete, and how long an urgent scan takes.
         durations = []
         for n in range(3):
