@@ -1,6 +1,7 @@
-// The fast form of the exclusion decision; see QzRuleIndex.h. It must give
-// exactly the rule the tree walk (QzRuleTree::FindExcludingRuleByWalkingTheTree)
-// gives, which the unit tests and the fuzzer check on many paths.
+// The exclusion decision for one path against the index's lists; see
+// QzRuleIndex.h. The decision's entry and its folder part are in
+// QzRuleIndexFolder.cpp. It must give exactly the rule the tree walk
+// (QzRuleTree::FindExcludingRuleByWalkingTheTree) gives.
 #include "QzRuleIndex.h"
 
 #include "QzRuleTree.h"
@@ -258,26 +259,6 @@ QzExcludeRuleNode* QzRuleIndex::TestList(const List& list) {
     return nullptr;
 }
 
-QzExcludeRuleNode* QzRuleIndex::TestGroup(int32_t gi, bool inFolder) {
-    const Group& g = groups_[static_cast<size_t>(gi)];
-    auto test = [&](const List& list) { return inFolder ? TestListInFolder(list) : TestList(list); };
-    if (g.extCount > 0) {
-        if (!haveExt_) PrepareExtension();
-        const int32_t* table = extTable_.data() + g.extTable;
-        for (uint32_t slot = extHash_ & static_cast<uint32_t>(g.extMask);;
-             slot = (slot + 1) & static_cast<uint32_t>(g.extMask)) {
-            const int32_t i = table[slot];
-            if (i < 0) break;
-            const ExtRules& x = exts_[static_cast<size_t>(i)];
-            if (x.len != extLen_ || x.hash != extHash_ || !SameBytes(x.ext, ext_, extLen_)) continue;
-            // The first rule that holds in the two lists, taken in the tree's order.
-            QzExcludeRuleNode* hit = test(x.anyFirst ? g.any : x.list);
-            return hit ? hit : test(x.anyFirst ? x.list : g.any);
-        }
-    }
-    return test(g.any);
-}
-
 // The lower-case copy (from a given offset on: the bytes before it are
 // there already), eight bytes at a time.
 void QzRuleIndex::LowerPath(const char* path, int32_t len, int32_t from) {
@@ -322,64 +303,4 @@ void QzRuleIndex::EnsureLower() {
     if (lowerValid_) return;
     LowerPath(path_, len_, lowerHoldsFolder_ ? folderLen_ : 0);
     lowerHoldsFolder_ = true;
-}
-
-QzExcludeRuleNode* QzRuleIndex::FindExcludingRule(const char* path, int32_t len) {
-    const auto key3 = QzStringUtil::ToLower(static_cast<unsigned char>(len > 3 ? path[3] : 0));
-    const auto key4 = QzStringUtil::ToLower(static_cast<unsigned char>(len > 4 ? path[4] : 0));
-    const int32_t b = keyToBucket_.empty() ? -1 : keyToBucket_[(static_cast<size_t>(key3) << 8) | key4];
-    if (b < 0 && starGroup_ < 0) return nullptr;
-    if (!lower_.Reserve(len + 1, true)) {
-        lowerHoldsFolder_ = false;
-        return nullptr;
-    }
-
-    // Within a folder whose part of the path holds the bucket's key, the
-    // folder's groups and surviving rules answer: from the second path in a
-    // row on, or from the first once the paths come folder by folder (the
-    // folder before had more paths in a row), as in a walk.
-    const int32_t folderLen = FolderPartLength(path, len);
-    if (folderLen >= 5) {
-        if (folderLen != folderLen_ || !SameBytes(path, folderRaw_.data(), folderLen)) {
-            const bool walking = folderRun_ >= 2;
-            folderLen_ = folderLen;
-            folderRaw_.assign(path, path + folderLen);
-            folderPrepared_ = folderUsable_ = lowerHoldsFolder_ = false;
-            folderRun_ = 0;
-            if (walking) PrepareFolder(path, folderLen);
-        } else if (!folderPrepared_) {
-            PrepareFolder(path, folderLen);
-        }
-        ++folderRun_;
-        if (folderUsable_) {
-            PrepareTail(path, len);
-            nameStart_ = folderLen;
-            for (const int32_t gi : folderGroups_)
-                if (QzExcludeRuleNode* hit = TestGroup(gi, true)) return hit;
-            return nullptr;
-        }
-    }
-
-    PrepareTail(path, len);
-    LowerPath(path, len, 0);
-    lowerHoldsFolder_ = folderLen >= 5;
-    const char* d = lower_.c_str();
-    matched_.clear();
-    if (b >= 0) {
-        const Bucket& bucket = buckets_[static_cast<size_t>(b)];
-        if (bucket.trieRoot >= 0) {
-            CollectTrieMatches(bucket.trieRoot);
-        } else {
-            for (int32_t k = 0; k < bucket.groupsCount; ++k) {
-                const int32_t gi = bucketGroups_[static_cast<size_t>(bucket.groupsBegin + k)];
-                const Group& g = groups_[static_cast<size_t>(gi)];
-                if (len - 1 >= g.prefixLen && SameBytes(d + 1, g.prefix, g.prefixLen)) matched_.push_back(gi);
-            }
-        }
-    }
-    if (starGroup_ >= 0) matched_.push_back(starGroup_);
-    SortGroups(matched_);
-    for (const int32_t gi : matched_)
-        if (QzExcludeRuleNode* hit = TestGroup(gi, false)) return hit;
-    return nullptr;
 }
