@@ -82,7 +82,8 @@ void QzRuleIndex::PrepareExtension() {
         EnsureLower();
         ext_ = lower_.c_str() + start;
     }
-    extHash_ = HashBytes(ext_, extLen_);
+    extHash_ = ExtensionHash(ext_, extLen_);
+    extWord_ = PackWord(ext_, extLen_);
 }
 
 // Sets the bit of one of the path's words (a key of kind kWord4 or kWord8).

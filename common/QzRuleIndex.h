@@ -86,6 +86,7 @@ private:
         const char* ext;
         int32_t len;
         uint32_t hash;
+        uint64_t word;  // PackWord of the text
         List list;
         bool anyFirst;  // the tree visits the "any" node before this one
     };
@@ -188,6 +189,7 @@ private:
     const char* ext_ = nullptr;
     int32_t extLen_ = 0;
     uint32_t extHash_ = 0;
+    uint64_t extWord_ = 0;
     uint64_t tail_ = 0;                       // the path's last (up to) eight bytes, packed
     uint16_t tailHash_ = 0xFFFF;              // hash of the last four bytes; none for shorter paths
     uint64_t words_[2][kHashSize / 64] = {};  // the path's words: [kWord4], [kWord8]

@@ -248,8 +248,8 @@ void QzRuleIndex::BuildOrThrow(QzExcludeRuleNode* const* groups, int32_t numGrou
             const QzString& ext = e->fields.extension.text;
             // The tree visits this node and the "any" node in chain order.
             const bool anyFirst = any && anyAt < k;
-            exts_.push_back(ExtRules{ext.c_str(), ext.Length(), HashBytes(ext.c_str(), ext.Length()),
-                                     AppendRules(e), anyFirst});
+            exts_.push_back(ExtRules{ext.c_str(), ext.Length(), ExtensionHash(ext.c_str(), ext.Length()),
+                                     PackWord(ext.c_str(), ext.Length()), AppendRules(e), anyFirst});
         }
         g.extCount = static_cast<int32_t>(exts_.size()) - g.extBegin;
         if (g.extCount > 0) {

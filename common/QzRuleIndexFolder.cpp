@@ -253,7 +253,8 @@ QzExcludeRuleNode* QzRuleIndex::TestGroup(int32_t gi, bool inFolder) {
             const int32_t i = table[slot];
             if (i < 0) break;
             const ExtRules& x = exts_[static_cast<size_t>(i)];
-            if (x.len != extLen_ || x.hash != extHash_ || !SameBytes(x.ext, ext_, extLen_)) continue;
+            if (x.len != extLen_ || x.word != extWord_ || (extLen_ > 8 && !SameBytes(x.ext, ext_, extLen_)))
+                continue;
             // The first rule that holds in the two lists, taken in the tree's order.
             QzExcludeRuleNode* hit = test(x.anyFirst ? g.any : x.list);
             return hit ? hit : test(x.anyFirst ? x.list : g.any);

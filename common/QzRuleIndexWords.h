@@ -62,6 +62,14 @@ inline uint16_t Gram4(const char* p) {
     return static_cast<uint16_t>((Load32(p) * 0x9E3779B1u) >> (32 - kGramBits));
 }
 
+// An extension's first (up to) eight bytes as one word, zero-padded; for
+// extensions of at most eight bytes it stands for the whole text.
+inline uint64_t PackWord(const char* p, int32_t n) {
+    uint64_t w = 0;
+    std::memcpy(&w, p, static_cast<size_t>(n < 8 ? n : 8));
+    return w;
+}
+
 inline uint32_t HashBytes(const char* p, int32_t n) {
     uint32_t h = 2166136261u;
     for (int32_t i = 0; i < n; ++i) {
@@ -100,6 +108,14 @@ inline bool ContainsFrom(const char* hay, int32_t haylen, const char* needle, in
         if (SameBytes(p + 1, needle + 1, nlen - 1)) return true;
     }
     return false;
+}
+
+// The hash of an extension: of its word when it fits one, else of its bytes.
+inline uint32_t ExtensionHash(const char* p, int32_t n) {
+    if (n <= 8)
+        return static_cast<uint32_t>((PackWord(p, n) * 0x9E3779B97F4A7C15ULL) >> 32) ^
+               static_cast<uint32_t>(n);
+    return HashBytes(p, n);
 }
 
 }  // namespace QzRuleIndexWords
