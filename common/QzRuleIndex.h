@@ -190,25 +190,8 @@ private:
     int32_t extLen_ = 0;
     uint32_t extHash_ = 0;
     uint64_t extWord_ = 0;
-    uint64_t tail_ = 0;                       // the path's last (up to) eight bytes, packed
-    uint16_t tailHash_ = 0xFFFF;              // hash of the last four bytes; none for shorter paths
-    uint64_t words_[2][kHashSize / 64] = {};  // the path's words: [kWord4], [kWord8]
-    std::vector<int32_t> separators_;         // offsets of the path's separators, ascending
-    int32_t numSeparators_ = 0;
-    std::vector<uint16_t> pathKeys_;  // the path's words as key numbers
-    int32_t numPathKeys_ = 0;
-    // The path whose words were found last (a walk asks about the files of
-    // one folder in a row, so the next path mostly begins the same way), and
-    // per separator the number of keys up to and including its own.
-    std::vector<char> wordsPath_;
-    int32_t wordsPathLen_ = 0;
-    std::vector<int32_t> keysThroughSeparator_;
-    // The word bits of the first folderSeparators_ separators of that path
-    // (those whose words end within its folder), valid while folderKeys_ >= 0.
-    uint64_t folderWords_[2][kHashSize / 64] = {};
-    int32_t folderSeparators_ = 0;
-    int32_t folderKeys_ = -1;
-    std::vector<uint64_t> candidates_;
+    uint64_t tail_ = 0;           // the path's last (up to) eight bytes, packed
+    uint16_t tailHash_ = 0xFFFF;  // hash of the last four bytes; none for shorter paths
 
     // The folder examined last: its bytes as given and folded, its words,
     // its groups in array order, and per list (by id, valid while its stamp
@@ -243,7 +226,30 @@ private:
         int32_t rule;
         uint32_t known;  // criteria the folder decides: bit 0, 1 the contains texts hold, bit 2 + i
                          // the i-th does-not-contain text cannot occur
+        // The rule's ends-with test, copied here so that most survivors are
+        // turned down without reading the rule.
+        int32_t endLen;
+        uint64_t endMask, endTail;
     };
     std::vector<FolderList> folderLists_;
     std::vector<Survivor> folderRules_;
+
+    // The path's words, found when a rule's key or text needs them.
+    uint64_t words_[2][kHashSize / 64] = {};  // the path's words: [kWord4], [kWord8]
+    std::vector<int32_t> separators_;         // offsets of the path's separators, ascending
+    int32_t numSeparators_ = 0;
+    std::vector<uint16_t> pathKeys_;  // the path's words as key numbers
+    int32_t numPathKeys_ = 0;
+    // The path whose words were found last (a walk asks about the files of
+    // one folder in a row, so the next path mostly begins the same way), and
+    // per separator the number of keys up to and including its own.
+    std::vector<char> wordsPath_;
+    int32_t wordsPathLen_ = 0;
+    std::vector<int32_t> keysThroughSeparator_;
+    // The word bits of the first folderSeparators_ separators of that path
+    // (those whose words end within its folder), valid while folderKeys_ >= 0.
+    uint64_t folderWords_[2][kHashSize / 64] = {};
+    int32_t folderSeparators_ = 0;
+    int32_t folderKeys_ = -1;
+    std::vector<uint64_t> candidates_;
 };

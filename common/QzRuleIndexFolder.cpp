@@ -221,8 +221,9 @@ QzExcludeRuleNode* QzRuleIndex::TestListInFolder(const List& list) {
         fl.begin = static_cast<int32_t>(folderRules_.size());
         for (int32_t i = list.begin; i < list.begin + list.count; ++i) {
             uint32_t known = 0;
-            if (!DeadInFolder(rules_[static_cast<size_t>(i)], &known))
-                folderRules_.push_back(Survivor{i, known});
+            const Rule& r = rules_[static_cast<size_t>(i)];
+            if (!DeadInFolder(r, &known))
+                folderRules_.push_back(Survivor{i, known, r.endsWith.len, r.endMask, r.endTail});
         }
         fl.count = static_cast<int32_t>(folderRules_.size()) - fl.begin;
         if (list.byKey >= 0 && fl.count > kLinearListLimit) {
@@ -236,8 +237,10 @@ QzExcludeRuleNode* QzRuleIndex::TestListInFolder(const List& list) {
     }
     const Survivor* survivors = folderRules_.data() + fl.begin;
     for (int32_t k = 0; k < fl.count; ++k) {
-        const Rule& r = rules_[static_cast<size_t>(survivors[k].rule)];
-        if (RuleHoldsInFolder(r, survivors[k].known)) return r.node;
+        const Survivor& s = survivors[k];
+        if (s.endLen > 0 && (s.endLen > len_ || (tail_ & s.endMask) != s.endTail)) continue;
+        const Rule& r = rules_[static_cast<size_t>(s.rule)];
+        if (RuleHoldsInFolder(r, s.known)) return r.node;
     }
     return nullptr;
 }
