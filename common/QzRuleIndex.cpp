@@ -74,6 +74,15 @@ void QzRuleIndex::PrepareExtension() {
         }
     }
     extLen_ = len_ - start;
+    if (kLittleEndian && extLen_ <= 8 && len_ >= 8) {
+        // The extension ends the path: its word is the path's last eight
+        // bytes without those before it, folded.
+        const uint64_t last = Load64(p + len_ - 8);
+        extWord_ = extLen_ == 0 ? 0 : LowerAscii8(last >> (8 * (8 - extLen_)));
+        extHash_ = WordHash(extWord_, extLen_);
+        ext_ = nullptr;  // an extension of up to eight bytes compares by its word
+        return;
+    }
     if (extLen_ <= kExtBufSize) {
         for (int32_t i = 0; i < extLen_; ++i)
             extBuf_[i] = static_cast<char>(QzStringUtil::ToLower(static_cast<unsigned char>(p[start + i])));

@@ -110,12 +110,13 @@ inline bool ContainsFrom(const char* hay, int32_t haylen, const char* needle, in
     return false;
 }
 
+inline uint32_t WordHash(uint64_t word, int32_t n) {
+    return static_cast<uint32_t>((word * 0x9E3779B97F4A7C15ULL) >> 32) ^ static_cast<uint32_t>(n);
+}
+
 // The hash of an extension: of its word when it fits one, else of its bytes.
 inline uint32_t ExtensionHash(const char* p, int32_t n) {
-    if (n <= 8)
-        return static_cast<uint32_t>((PackWord(p, n) * 0x9E3779B97F4A7C15ULL) >> 32) ^
-               static_cast<uint32_t>(n);
-    return HashBytes(p, n);
+    return n <= 8 ? WordHash(PackWord(p, n), n) : HashBytes(p, n);
 }
 
 }  // namespace QzRuleIndexWords
