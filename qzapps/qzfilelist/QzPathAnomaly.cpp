@@ -47,6 +47,24 @@ bool SecondCharStartsWithIgnoreCase(const QzString& path, const char* prefix) {
            QzStringUtil::CompareBytes(path.c_str() + 1, n, prefix, n, /*ignoreCase=*/true) == 0;
 }
 
+// Two separators in a row at positions 1 and 2 or later. Folder paths
+// rarely hold a "/": without one, only the backslashes need looking at.
+bool HasDoubleSeparator(const char* p, int32_t len) {
+    if (len < 3) return false;
+    if (!std::memchr(p, '/', static_cast<size_t>(len))) {
+        const char* end = p + len;
+        for (const char* s = p + 1;
+             (s = static_cast<const char*>(std::memchr(s, '\\', static_cast<size_t>(end - s))));) {
+            if (s + 1 < end && s[1] == '\\') return true;
+            ++s;
+        }
+        return false;
+    }
+    for (int32_t i = len - 1; i >= 2; --i)
+        if (IsSep(p[i]) && IsSep(p[i - 1])) return true;
+    return false;
+}
+
 }  // namespace
 
 EntryVerdict CheckEntryPathCrLfOnly(QzString* path, QzString* logRet) {
@@ -91,11 +109,9 @@ DirVerdict CheckDirectoryPath(const QzString& path, QzString* logRet) {
     const char* p = path.c_str();
     const int32_t len = path.Length();
     // Positions 0 and 1 are not tested together: "\\server\share" passes.
-    for (int32_t i = len - 1; i >= 2; --i) {
-        if (IsSep(p[i]) && IsSep(p[i - 1])) {
-            *logRet = QzCat("WARNING: skipping dirname with illegal double-dir sep: ", path);
-            return DirVerdict::DoubleSeparator;
-        }
+    if (HasDoubleSeparator(p, len)) {
+        *logRet = QzCat("WARNING: skipping dirname with illegal double-dir sep: ", path);
+        return DirVerdict::DoubleSeparator;
     }
     if (len > 0 && IsSep(p[len - 1])) {
         *logRet = QzCat("WARNING: skipping dirname with illegal trailing sep: ", path);
