@@ -129,10 +129,6 @@ def update_defcon(m, env=None):
     return r.stdout[len(f"Done updating file: {path}\n"):]
 
 
-def logged(m, text):
-    return any(text in msg for msg in m.log_messages())
-
-
 # ---- identities ----
 
 def test_assign_volume_guid_verdicts_marker_and_registry(m):
@@ -142,7 +138,7 @@ def test_assign_volume_guid_verdicts_marker_and_registry(m):
         check_eq(m.run(sw).stdout, f"FALSE: Must have additional arg for: {sw}\n", f"{sw} without operand")
     d = assign(m, "D:\\")
     check(d.startswith("v001"), f"first GUID of a fresh machine: {d}")
-    check(logged(m, "qzvolumes.xml file did not exist, so freshly creating for mount: D:\\"), "no fresh-creation line")
+    check(m.logged("qzvolumes.xml file did not exist, so freshly creating for mount: D:\\"), "no fresh-creation line")
     check_eq(m.run("-assignvolumeguid", "D:\\").stdout, f"TRUE: Already had existing vGuid: {d}\n")
     r = m.run("-assignvolumeguid_hex", hexof("E:\\"))
     e = check_match(rf"TRUE: Successfully assigned vGuid: (v002[0-9a-z]{{24}})\n$", r.stdout, "hex verdict").group(1)
@@ -182,17 +178,17 @@ def test_short_ids_skip_999_and_wrap_after_ff9_and_a_staged_registry_stays_stage
     check(staged in read(data(m, "qzvolumes.xml")), "no staging mark")
     m.run("-update_qzvolumes_xml")
     check_eq(sum("regenerate qzvolumes.xml" in msg for msg in m.log_messages()), 1, "regenerations")
-    check(not logged(m, "could not find any <qzvolume ...> snippets"), "an empty registry refused by its reader")
+    check(not m.logged("could not find any <qzvolume ...> snippets"), "an empty registry refused by its reader")
     write_registry(m, 2456, [], staged)  # 0x998, staged by the installer with no volume yet
     check(assign(m, "D:\\").startswith("v99a"), "0x998 is followed by 0x99a")
     check(staged in read(data(m, "qzvolumes.xml")), "the installer's staging mark dropped")
     check_eq(registry(m)[0], 0x99a, "lastAssignedQzVolShortId after 0x99a")
     write_registry(m, 4088, [], staged)
     check(assign(m, "E:\\").startswith("vff9"), "0xff8 is followed by 0xff9")
-    check(not logged(m, "wrapping to 1"), "wrapped too early")
+    check(not m.logged("wrapping to 1"), "wrapped too early")
     write_registry(m, 4089, [], staged)
     check(assign(m, "F:\\").startswith("v001"), "0xff9 wraps to 1")
-    check(logged(m, "ERROR: QzUiUtil::CreateNewQzVolumeGuid high, wrapping to 1"), "no wrap line")
+    check(m.logged("ERROR: QzUiUtil::CreateNewQzVolumeGuid high, wrapping to 1"), "no wrap line")
     check(assign(m, "G:\\").startswith("v002"), "counting goes on after the wrap")
 
 
@@ -212,8 +208,8 @@ def test_refresh_keeps_history_reads_plain_mount_points_and_rebuilds_a_damaged_f
     # Cut short (no "</contents>"): rebuilt from the attached volumes, counting on from its last short id.
     write(data(m, "qzvolumes.xml"), read(data(m, "qzvolumes.xml"))[:-40])
     m.run("-update_qzvolumes_xml")
-    check(logged(m, "file exists but was corrupted: ") and
-          logged(m, "QzUiUtil::QzVolumesXml_ReadQzVolumesXmlFile failed, so will regenerate qzvolumes.xml from "
+    check(m.logged("file exists but was corrupted: ") and
+          m.logged("QzUiUtil::QzVolumesXml_ReadQzVolumesXmlFile failed, so will regenerate qzvolumes.xml from "
                     "scratch self-repair"), "no corruption and self-repair lines")
     last, entries = registry(m)
     check_eq((last, sorted(entries)), (5, [d]), "rebuilt registry")
@@ -234,11 +230,11 @@ def test_foreign_and_cloned_markers_leave_the_selection_and_the_registry_alone(m
         check_eq(read(data(m, "qzinfo.xml")), selection, "selection in qzinfo.xml")
         _, entries = registry(m)
         check_eq((sorted(entries), entries[e]["mount"]), ([e], "E:\\"), "registered volumes")
-    check(logged(m, f"- hGuid mis-match on drive D:\\, myHguid={HGUID}, driveAssociatedHguid={OTHER_HGUID}"),
+    check(m.logged(f"- hGuid mis-match on drive D:\\, myHguid={HGUID}, driveAssociatedHguid={OTHER_HGUID}"),
           "no mismatch line")
-    check(logged(m, "ERROR: QzUiUtil::DoAnyCurrentlyAttachedHardDrivesHaveDuplicateVolGuids FOUND_DUPLICATE_VOL_ID: "
+    check(m.logged("ERROR: QzUiUtil::DoAnyCurrentlyAttachedHardDrivesHaveDuplicateVolGuids FOUND_DUPLICATE_VOL_ID: "
                     "Vol_A_E:\\__Vol_B_F:\\"), "duplicate not logged")
-    check(not logged(m, "self repairing sel for backup"), "selection repaired")
+    check(not m.logged("self repairing sel for backup"), "selection repaired")
     check(f"| AVAIL D:\\ {theirs} gm other_hguid={OTHER_HGUID} | SEL E:\\ {e} gm DUPLICATE_VGUID | SEL F:\\ {e} gm "
           "DUPLICATE_VGUID\n" in m.run("-listvolumes").stdout, "summary of odd markers")
     check_eq(m.run("-assignvolumeguid", "D:\\").stdout, f"TRUE: Already had existing vGuid: {theirs}\n")
@@ -272,7 +268,7 @@ def test_alert_levels_from_ages_and_the_elevated_attached_volume(m):
              defcon_text(1, [defcon_record(d, "D:\\", 5, 0, 7, 7), defcon_record(e, "E:\\", 4, 0, -1, 8),
                              defcon_record(x, "X:\\", 2, 28, -1, 0), defcon_record(y, "Y:\\", 1, 29, -1, 0),
                              defcon_record(z, "Z:\\", 1, 9001, -1, 0)]), "qzdefcon.xml")
-    check(logged(m, "more than 24_years since drive was seen, mountName=Z:\\"), "no cap line")
+    check(m.logged("more than 24_years since drive was seen, mountName=Z:\\"), "no cap line")
     check(not os.path.exists(data(m, "qzreports", "qzdefcon.xml.tmp")), "temporary file left behind")
 
     # Listed 9 days ago, E is elevated and attached; Y, listed longer ago, is not attached.
@@ -327,7 +323,7 @@ def test_listvolumestofile_paths_and_contents(m):
                  "C:\\qz\\qzflags\\" + "a" * 30 + ".txt"]:
         r = m.run("-listvolumestofile", path)
         check_eq((r.rc, r.stdout), (1, refusal), f"refusal of {path} ({len(path)} characters)")
-    check(logged(m, refusal[:-1]), "refusal not logged")
+    check(m.logged(refusal[:-1]), "refusal not logged")
     path = prefix + "sub/" + "a" * 18 + ".txt"  # 40 characters, in a folder still to be made
     write(data(m, "qzflags", "sub", "a" * 18 + ".txt"), "old")
     r = m.run("-listvolumestofile", path)
@@ -371,7 +367,7 @@ def test_two_selected_volumes_follow_a_drive_letter_change(m):
     run_all("E:\\")
     move_drive(m, "E", "F")
     run_all("F:\\")
-    check(logged(m, f"self repairing sel for backup mountPoint:E:\\ now F:\\, volumeId:{e}"), "no self-repair line")
+    check(m.logged(f"self repairing sel for backup mountPoint:E:\\ now F:\\, volumeId:{e}"), "no self-repair line")
     qzinfo = read(data(m, "qzinfo.xml"))
     check(f'<qzvolume qzVolumeGuid="{e}" mountPointPath="F:\\" />' in qzinfo and
           f'<qzvolume qzVolumeGuid="{d}" mountPointPath="D:\\" />' in qzinfo, f"settings after the move: {qzinfo!r}")

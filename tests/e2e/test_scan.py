@@ -196,8 +196,7 @@ def test_stop_file_lock_and_refusals(m):
     # No settings file: exit 0 without a list.
     os.remove(os.path.join(m.datadir(), "qzinfo.xml"))
     scan(m)
-    check(any(x.startswith("ERROR: qzinfo.xml did not exist, exiting! -> ") for x in m.log_messages()),
-          "missing settings line")
+    check(m.logged("ERROR: qzinfo.xml did not exist, exiting! -> "), "missing settings line")
     check(not os.path.exists(os.path.join(ld, LIST_NAME)), "a list was written without settings")
 
 

@@ -101,8 +101,8 @@ def test_volumeinfo_reads_the_marker_as_it_is(m):
 
     r = m.run("-volumeinfo", "Q:\\")
     check_eq(r.stdout, "VolumeInfo for: Q:\\\nVolume does not exist or is not attached right now.\n", "unknown drive")
-    check(any(msg.startswith("ERROR: QzFile::GetInfoAboutAttachedVolume,GetDiskFreeSpaceEx returned errNum=")
-              for msg in m.log_messages()), "no log line for the missing drive")
+    check(m.logged("ERROR: QzFile::GetInfoAboutAttachedVolume,GetDiskFreeSpaceEx returned errNum="),
+          "no log line for the missing drive")
 
 
 def test_getvolumeinfofromfilename_says_whether_selected(m):
@@ -156,8 +156,7 @@ def test_clone_writes_the_system_marker_into_the_data_dir_and_keeps_its_time(m):
     check(abs(os.stat(copy).st_mtime - old) < 0.01, "the clone's modification time is not its original's")
     r = m.run("-volumeinfo", "C:\\")
     check(f"    VolumeGUID: {GUID_C}\n    AssocHguid: {MINE}\n" in r.stdout, f"-volumeinfo: {r.stdout!r}")
-    check(any(f"which doesn't match assocHguid={OTHER}, so attempting repair." in x for x in m.log_messages()),
-          "no repair line")
+    check(m.logged(f"which doesn't match assocHguid={OTHER}, so attempting repair."), "no repair line")
     check(f'associated_hguid="{MINE}"' in read(copy), "marker not repaired")
 
 
