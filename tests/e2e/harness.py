@@ -414,6 +414,10 @@ class Machine:
         """Whether some log message holds the text."""
         return any(text in msg for msg in self.log_messages())
 
+    def log_index(self, pattern):
+        """Index of the first log message the regex matches at its start, or None."""
+        return next((i for i, msg in enumerate(self.log_messages()) if re.match(pattern, msg)), None)
+
     # ---- files ----
     def snapshot(self):
         """Every file and folder on this machine's drives that the test owns, as host paths."""
