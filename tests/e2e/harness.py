@@ -387,8 +387,9 @@ class Machine:
     def raw_log_lines(self):
         """Lines of the day files of yesterday, today and tomorrow (GMT), in that order."""
         today = gmt_now().date()
+        days = dict.fromkeys((today + datetime.timedelta(days=k)).day for k in (-1, 0, 1))  # kept in order
         lines = []
-        for path in (self.day_file(d) for d in dict.fromkeys((today + datetime.timedelta(days=k)).day for k in (-1, 0, 1))):
+        for path in map(self.day_file, days):
             if os.path.exists(path):
                 text = read(path)
                 check(text.endswith("\n") or not text, f"{path} does not end with a newline")

@@ -142,12 +142,12 @@ def test_assign_volume_guid_verdicts_marker_and_registry(m):
     e = check_match(rf"TRUE: Successfully assigned vGuid: (v002[0-9a-z]{{24}})\n$", r.stdout, "hex verdict").group(1)
     check_eq(e[4:16], d[4:16], "machine part of two GUIDs of one machine")
     check(e[16:] != d[16:], "two GUIDs share a time part")
-    for args, verdict in [(["-assignvolumeguid"], "FALSE: Must have additional arg for: -assignvolumeguid"),
-                          (["-assignvolumeguid_hex"], "FALSE: Must have additional arg for: -assignvolumeguid_hex"),
-                          (["-assignvolumeguid", "F:\\"], "FALSE: Could not find attached volume: F:\\"),
-                          (["-assignvolumeguid", "G:\\"], "FALSE: could not find volume in currently attached volList: G:\\"),
-                          (["-assignvolumeguid_hex", "zz"], "FALSE: Unknown situation for arg: zz")]:
-        check_eq(m.run(*args).stdout, verdict + "\n", f"verdict for {args}")
+    for args, verdict in [(["-assignvolumeguid"], "Must have additional arg for: -assignvolumeguid"),
+                          (["-assignvolumeguid_hex"], "Must have additional arg for: -assignvolumeguid_hex"),
+                          (["-assignvolumeguid", "F:\\"], "Could not find attached volume: F:\\"),
+                          (["-assignvolumeguid", "G:\\"], "could not find volume in currently attached volList: G:\\"),
+                          (["-assignvolumeguid_hex", "zz"], "Unknown situation for arg: zz")]:
+        check_eq(m.run(*args).stdout, f"FALSE: {verdict}\n", f"verdict for {args}")
 
     marker = read(m.host_path("D:\\.qzvol\\qzvol_id.xml"))
     check(f'vguid="{d}" associated_hguid="{HGUID}"' in marker, f"marker on D: {marker!r}")
