@@ -10,7 +10,7 @@ import time
 
 from harness import check, check_eq, read, write
 from test_registry import (DEFCON_NOT_ACTIONABLE, assign, data, defcon_record, defcon_text, machine, now_ms,
-                           pushed, registry, update_defcon)
+                           pushed, registry, registry_entry, update_defcon)
 
 # Pauses return at once and move the program's clock instead.
 FAST = {"QZ_TEST_VIRTUAL_TIME": "1"}
@@ -35,11 +35,8 @@ def test_held_registry_changes_nothing_and_hands_out_no_short_id(m):
     machine(m, fixed=("D", "E"))
     d = assign(m, "D:\\")
     x = "v0070123456789ab0123456789ab"  # a detached volume's history
-    text = read(data(m, "qzvolumes.xml")).replace("lastAssignedQzVolShortId=\"1\"", "lastAssignedQzVolShortId=\"7\"")
-    text = text.replace("</contents>\n", f'<qzvolume qzVolumeGuid="{x}" mountPointPath="X:\\" '
-                                         'typeOfVolumeTwoCharCode="gm" lastTimeVolumeWasSeenAttachedGmtMillis="5" '
-                                         'numBytesFreeOnVolume="1" numBytesUsedOnVolume="2" '
-                                         'numBytesTotalOnVolume="3" />\n</contents>\n')
+    text = read(data(m, "qzvolumes.xml")).replace('lastAssignedQzVolShortId="1"', 'lastAssignedQzVolShortId="7"')
+    text = text.replace("</contents>\n", registry_entry(x, "X:\\", 5, plain=True) + "</contents>\n")
     write(data(m, "qzvolumes.xml"), text)
     with m.hold(m.datadir_win + "qzvolumes.xml"):
         check_eq(m.run("-assignvolumeguid", "E:\\", env=FAST).stdout, ASSIGN_REFUSED.format("E:\\"),
