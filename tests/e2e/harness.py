@@ -92,8 +92,26 @@ def startup_line_re(args, hguid=UNKNOWN_HGUID, buffering=True):
             rf"numMBytesStartHardwareRamMemSize=(\d+), {flag}, called with args: {called}$")
 
 
+def peek(f):
+    """What a started program has written so far into one of its output files."""
+    f.seek(0)
+    return f.read()
+
+
+def _read_temp(f):
+    data = peek(f)
+    f.close()
+    return data
+
+
 def _decode(data):
     return data.decode("utf-8", errors="surrogateescape")
+
+
+def _quiet(cmd, env, cwd=None, stdout=subprocess.DEVNULL):
+    """Runs a helper program with its output detached (or stdout piped)."""
+    return subprocess.run(cmd, env=env, cwd=cwd, stdin=subprocess.DEVNULL, stdout=stdout,
+                          stderr=subprocess.DEVNULL, timeout=600, check=False)
 
 
 class WinePrefix:
@@ -106,12 +124,9 @@ class WinePrefix:
     """
 
     def __init__(self, tmp_root):
-        self.loader = "/usr/lib/wine/wine64"
-        if not os.path.exists(self.loader):
-            self.loader = shutil.which("wine64") or shutil.which("wine")
-        self.server = "/usr/lib/wine/wineserver64"
-        if not os.path.exists(self.server):
-            self.server = shutil.which("wineserver")
+        found = lambda *c: next((p for p in c if p and os.path.exists(p)), None)  # noqa: E731
+        self.loader = found("/usr/lib/wine/wine64", shutil.which("wine64"), shutil.which("wine"))
+        self.server = found("/usr/lib/wine/wineserver64", shutil.which("wineserver"))
         if not self.loader or not self.server:
             raise RuntimeError("wine64 and wineserver are needed for --platform wine")
         self.prefix = os.path.join(tmp_root, "wineprefix")
@@ -121,8 +136,7 @@ class WinePrefix:
         self.types = {}  # drive letter -> Wine type we wrote to the registry
         self.server_config = None  # drive links and types the running server started with
         started = time.monotonic()
-        subprocess.run([self.loader, "wineboot", "-i"], env=self.env(), stdin=subprocess.DEVNULL,
-                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=600, check=False)
+        _quiet([self.loader, "wineboot", "-i"], self.env())
         # wineboot returns before the registry is written out.
         self._server("-w")
         self.creation_seconds = time.monotonic() - started
@@ -144,8 +158,7 @@ class WinePrefix:
         return env
 
     def _server(self, *args):
-        subprocess.run([self.server, *args], env=self.env(), stdin=subprocess.DEVNULL,
-                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=120, check=False)
+        _quiet([self.server, *args], self.env())
 
     def _links(self):
         return sorted(n for n in os.listdir(self.dosdevices) if re.fullmatch(r"[a-z]:", n))
@@ -175,23 +188,13 @@ class WinePrefix:
         for letter in sorted(set(self.types) | set(wanted)):
             if self.types.get(letter) == wanted.get(letter):
                 continue
-            self._ensure_server_running()
-            key = "HKLM\\Software\\Wine\\Drives"
-            if letter in wanted:
-                cmd = ["reg", "add", key, "/v", letter.lower() + ":", "/d", wanted[letter], "/f"]
-            else:
-                cmd = ["reg", "delete", key, "/v", letter.lower() + ":", "/f"]
-            subprocess.run([self.loader, *cmd], env=self.env(), cwd=self.drive_c, stdin=subprocess.DEVNULL,
-                           stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=120, check=False)
-            if letter in wanted:
-                self.types[letter] = wanted[letter]
-            else:
-                self.types.pop(letter, None)
-
-    def _ensure_server_running(self):
-        if self.server_config is None:
-            self._start_server()
-            self.server_config = (tuple(self._links()), tuple(sorted(self.types.items())))
+            if self.server_config is None:
+                self._start_server()
+                self.server_config = (tuple(self._links()), tuple(sorted(self.types.items())))
+            value = ["/d", wanted[letter]] if letter in wanted else []
+            _quiet([self.loader, "reg", "add" if value else "delete", "HKLM\\Software\\Wine\\Drives", "/v",
+                    letter.lower() + ":", *value, "/f"], self.env(), self.drive_c)
+        self.types = dict(wanted)
 
     def prepare_run(self):
         """Starts (or restarts) the server so it sees the current drives."""
@@ -208,9 +211,7 @@ class WinePrefix:
         self._server("-p")
         # The first program of a server session starts Wine's own background
         # processes; start them here, detached from any output we read.
-        subprocess.run([self.loader, "cmd", "/c", "exit"], env=self.env(), cwd=self.drive_c,
-                       stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-                       timeout=120, check=False)
+        _quiet([self.loader, "cmd", "/c", "exit"], self.env(), self.drive_c)
 
     def close(self):
         self._server("-k")
@@ -321,17 +322,12 @@ class Machine:
         """Runs one of Wine's own programs (reg, ...) in the prefix; returns its output."""
         check(self.platform == "wine", "wine_cmd needs the Windows build")
         self.wine.prepare_run()
-        p = subprocess.run([self.wine.loader, *args], env=self.wine.env(), cwd=self.wine.drive_c,
-                           stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
-                           timeout=120, check=False)
-        return _decode(p.stdout)
+        return _decode(_quiet([self.wine.loader, *args], self.wine.env(), self.wine.drive_c, subprocess.PIPE).stdout)
 
     def _result(self, rc, out, err):
-        out, err = _decode(out), _decode(err)
-        if self.platform == "wine":
-            # The Windows C runtime writes text-mode "\n" as "\r\n".
-            out, err = out.replace("\r\n", "\n"), err.replace("\r\n", "\n")
-        return Result(rc, out, err)
+        # The Windows C runtime writes text-mode "\n" as "\r\n".
+        fix = (lambda t: t.replace("\r\n", "\n")) if self.platform == "wine" else (lambda t: t)  # noqa: E731
+        return Result(rc, fix(_decode(out)), fix(_decode(err)))
 
     def start(self, *args, env=None):
         """Starts the program without waiting; finish it with wait()."""
@@ -350,12 +346,8 @@ class Machine:
             p.kill()
             p.wait()
             raise
-        outputs = []
-        for f in (p.qz_out, p.qz_err):
-            f.seek(0)
-            outputs.append(f.read())
-            f.close()
-        r = self._result(p.returncode, *outputs)
+        out, err = (_read_temp(f) for f in (p.qz_out, p.qz_err))
+        r = self._result(p.returncode, out, err)
         self.history.append((p.qz_args, r))
         return r
 
@@ -363,33 +355,27 @@ class Machine:
         return self.wait(self.start(*args, env=env), timeout=timeout)
 
     @contextlib.contextmanager
-    def hold(self, win_path):
+    def hold(self, win_path, by_program=False):
         """Holds an existing file exclusively for the duration of the block, as an
         antivirus or the client's transmitter does: natively with flock(LOCK_EX)
-        (the program's opens then fail with sharing violation 32), under Wine
-        with a second instance of the program in -open_file_exclusive."""
-        if self.platform != "wine":
+        (the program's opens then fail with sharing violation 32), under Wine or
+        when asked with a second instance of the program in -open_file_exclusive,
+        whose process the block gets."""
+        if self.platform != "wine" and not by_program:
             with open(self.host_path(win_path), "rb") as f:
                 fcntl.flock(f, fcntl.LOCK_EX)
-                yield
+                yield None
             return
         p = self.start("-open_file_exclusive", win_path)
         try:
             deadline = time.time() + 60
-            while time.time() < deadline:
-                p.qz_out.seek(0)
-                if b"Holding file exclusively" in p.qz_out.read():
-                    break
-                check(p.poll() is None, f"the holder of {win_path} ended early")
+            while b"Holding file exclusively" not in peek(p.qz_out):
+                check(p.poll() is None and time.time() < deadline, f"could not hold {win_path}")
                 time.sleep(0.1)
-            else:
-                raise AssertionError(f"could not hold {win_path}")
-            yield
+            yield p
         finally:
             p.kill()
-            p.wait()
-            p.qz_out.close()
-            p.qz_err.close()
+            self.wait(p)
 
     # ---- log ----
     def log_dir(self):
@@ -401,13 +387,9 @@ class Machine:
     def raw_log_lines(self):
         """Lines of the day files of yesterday, today and tomorrow (GMT), in that order."""
         today = gmt_now().date()
-        days = []
-        for delta in (-1, 0, 1):
-            d = (today + datetime.timedelta(days=delta)).day
-            if d not in days:
-                days.append(d)
+        days = dict.fromkeys((today + datetime.timedelta(days=k)).day for k in (-1, 0, 1))  # kept in order
         lines = []
-        for path in (self.day_file(d) for d in days):
+        for path in map(self.day_file, days):
             if os.path.exists(path):
                 text = read(path)
                 check(text.endswith("\n") or not text, f"{path} does not end with a newline")
@@ -428,6 +410,14 @@ class Machine:
 
     def log_messages(self):
         return [line.message for line in self.log_lines()]
+
+    def logged(self, text):
+        """Whether some log message holds the text."""
+        return any(text in msg for msg in self.log_messages())
+
+    def log_index(self, pattern):
+        """Index of the first log message the regex matches at its start, or None."""
+        return next((i for i, msg in enumerate(self.log_messages()) if re.match(pattern, msg)), None)
 
     # ---- files ----
     def snapshot(self):

@@ -103,7 +103,6 @@ def test_explanations_agree_with_the_scan_and_name_each_cause(m):
                 line = int(re.search(r"mandatory rule at line (\d+)", s["PrimaryDiagnosis"]).group(1))
                 with open(os.path.join(m.datadir(), "qzexcluderules_mandatory.xml"), encoding="utf-8") as f:
                     check('endsWith="\\thumbs.db"' in f.read().split("\n")[line - 1], "mandatory rule line")
-    check(len(on_disk) >= len(CASES), "the tree was generated")
 
     # A file made after the scan, a missing one, another volume, a link folder.
     put(os.path.join(d, "Users", "bob", "new.txt"), 1, int(time.time() * 1000) + 5000)

@@ -5,9 +5,8 @@ with the exact texts support engineers read."""
 import os
 import re
 import struct
-import time
 
-from harness import check, check_eq, check_match, write
+from harness import check, check_eq, check_match, peek, write
 
 
 def make_tree(m, files):
@@ -99,18 +98,9 @@ def test_open_file_exclusive_holds_the_file(m):
     r = m.run("-open_file_exclusive", "D:\\x\\missing.txt")
     check_eq(r.stdout, "Opening this file exclusively: D:\\x\\missing.txt\n"
              "File does not exist - not valid to use this command.\n", "missing file")
-    p = m.start("-open_file_exclusive", "D:\\x\\held.txt")
-    try:
-        deadline = time.time() + 60
-        seen = ""
-        while time.time() < deadline:
-            p.qz_out.seek(0)
-            seen = p.qz_out.read().decode("utf-8", "replace").replace("\r\n", "\n")
-            if "Holding file exclusively seconds=0 ...\n" in seen:
-                break
-            time.sleep(0.2)
-        check_eq(seen, "Opening this file exclusively: D:\\x\\held.txt\nHolding file exclusively seconds=0 ...\n",
-                 "holder output")
+    with m.hold("D:\\x\\held.txt", by_program=True) as holder:
+        check_eq(peek(holder.qz_out).decode().replace("\r\n", "\n"), "Opening this file exclusively: D:\\x\\held.txt\n"
+                 "Holding file exclusively seconds=0 ...\n", "holder output")
         r = m.run("-diagnose_read_problem", "D:\\x\\held.txt")
         check("could not read for intReason=3, strReason=QZ_FILE_TEMPORARY_FILE_BUSY" in r.stdout, r.stdout)
         r = m.run("-open_file_exclusive", "D:\\x\\held.txt")
@@ -120,11 +110,6 @@ def test_open_file_exclusive_holds_the_file(m):
         r = m.run("-grep", "x", "D:\\x\\held.txt")
         check_eq(r.stdout, "An error occurred, is the file readable?, errStr=Another_Process_Has_File_Open_\n",
                  "grep of a held file")
-    finally:
-        p.kill()
-        p.wait()
-        p.qz_out.close()
-        p.qz_err.close()
 
 
 def pe_image(machine, characteristics, size=4096):

@@ -55,6 +55,9 @@ def too_long_for_windows(m, args):
     return m.platform == "wine" and units > 32767 - 260
 
 
+DIRLIST = (r"(DirList of \d+ items for: {p}\n.*End\.|Directory does not exist: {p}|This is not a directory: {p}|"
+           r"Directory contained zero files: {p})\n")
+GREP = r"(Grep returned the following for file: {p}\nDone\.|File does not exist: {p})\n"
 # switch, operands before the path, after it, and what stdout may be: the
 # row's success text or its error text. {p} is the path as given.
 ROWS = [
@@ -63,16 +66,14 @@ ROWS = [
      r"problem reading the file\.|QzFile::DiagnoseFileReadProblem failed - file does not exist: {p}, errStr=.*|"
      r"File exists, could not read for intReason=.*)\n"),
     ("-dllinfo", [], [], r"DllInfo from a 64 bit process for: {p}\n.*"),
-    ("-dirlist", [], [], r"(DirList of \d+ items for: {p}\n.*End\.|Directory does not exist: {p}|"
-     r"This is not a directory: {p}|Directory contained zero files: {p})\n"),
-    ("-dirlistdetail", [], [], r"(DirList of \d+ items for: {p}\n.*End\.|Directory does not exist: {p}|"
-     r"This is not a directory: {p}|Directory contained zero files: {p})\n"),
+    ("-dirlist", [], [], DIRLIST),
+    ("-dirlistdetail", [], [], DIRLIST),
     ("-volumeinfo", [], [], r"VolumeInfo for: {p}\n.*"),
     ("-getvolumeinfofromfilename", [], [], r"VolumeInfo for file: {p}\n.*"),
     ("-assignvolumeguid", [], [], r"(TRUE|FALSE): .*\n"),
     ("-copy_rsrc_fork", [], ["D:\\fork.out"], r"FileInfo for: {p}\n(File has no resource fork\.|File does not exist\.)\n"),
-    ("-grep", ["x"], [], r"(Grep returned the following for file: {p}\nDone\.|File does not exist: {p})\n"),
-    ("-igrep", ["x"], [], r"(Grep returned the following for file: {p}\nDone\.|File does not exist: {p})\n"),
+    ("-grep", ["x"], [], GREP),
+    ("-igrep", ["x"], [], GREP),
     ("-open_file_exclusive", [], [], r"Opening this file exclusively: {p}\nFile does not exist - not valid to use "
      r"this command\.\n"),
 ]

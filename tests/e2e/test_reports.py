@@ -52,5 +52,4 @@ def test_permission_report_names_every_selected_volume_and_the_datadir(m):
         check_eq((by_target["D:\\"][3], by_target[m.datadir_win[:-1]][3]), ("yes", "yes"),
                  f"own folders readable by the own account: {rows}")
     check_eq(rows[-1], ["result", "not_all_readable"], "result")
-    check(any(f"QzReports::WriteServicePermissionReport account={account}" in msg for msg in m.log_messages()),
-          "log line")
+    check(m.logged(f"QzReports::WriteServicePermissionReport account={account}"), "log line")

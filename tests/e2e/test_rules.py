@@ -125,8 +125,7 @@ def test_deleting_the_editable_file_recreates_it_and_sets_the_merge_log_aside(m)
     check_eq(len(merge_log_blocks(merge_log + ".aside")), 37, "merge log set aside")
     check_eq(len(merge_log_blocks(merge_log)), 37, "new merge log")
     check_eq(read(mandatory), "the user's edits, which are kept\n", "existing mandatory file")
-    check(any("mergeLog_existed, successfully moved aside fName=" in msg for msg in m.log_messages()),
-          "no log line for the merge log set aside")
+    check(m.logged("mergeLog_existed, successfully moved aside fName="), "no log line for the merge log set aside")
 
 
 def test_merged_rules_go_before_the_one_end_tag_not_commented_out(m):
@@ -153,6 +152,5 @@ def test_merged_rules_go_before_the_one_end_tag_not_commented_out(m):
         merge(m, False)
         check_eq(read(editable), broken, "editable file without a real end tag")
         check(not os.path.exists(merge_log), "a merge log was written")
-    check(any(msg.startswith("ERROR MakeSureAllEditableExcludeRuleBlocksAreMerged, file exists, some content exists, "
-                             "but no end tag </qzexclusions> inside editable rules fileName=")
-              for msg in m.log_messages()), "the refusal is not logged")
+    check(m.logged("ERROR MakeSureAllEditableExcludeRuleBlocksAreMerged, file exists, some content exists, "
+                   "but no end tag </qzexclusions> inside editable rules fileName="), "the refusal is not logged")

@@ -45,6 +45,11 @@ def scan(m, *args):
     return r
 
 
+def text(m, name):
+    with open(os.path.join(list_dir(m), name), encoding="utf-8") as f:
+        return f.read()
+
+
 def files_of(blocks):
     return [f[3] for b in blocks for f in b[2]]
 
@@ -80,8 +85,7 @@ def test_no_argument_scan_writes_the_list_topdirs_stats_and_big_files(m):
     check("qzfilelist_hour_lock.lck" not in names, "the lock was not released")
 
     # topdirs.xml: root "0", top-level "1", second-level "2", nothing skipped, next_to_index 0.
-    with open(os.path.join(list_dir(m), "topdirs.xml"), encoding="utf-8") as f:
-        topdirs = f.read()
+    topdirs = text(m, "topdirs.xml")
     paths = re.findall(r'<dir num="(\d+)" vguid="' + GUID_D + r'" secs_to_scan="\d+" path="([^"]*)" />', topdirs)
     got = [p for _, p in paths]
     check_eq([int(n) for n, _ in paths], list(range(len(paths))), "dir numbers")
@@ -93,25 +97,20 @@ def test_no_argument_scan_writes_the_list_topdirs_stats_and_big_files(m):
           "stats line of topdirs.xml")
 
     # Statistics: .bak excluded by the settings, .qzvol by the mandatory rules; txt counts as docs and pictures.
-    with open(os.path.join(list_dir(m), "filestats.xml"), encoding="utf-8") as f:
-        stats = f.read()
+    stats = text(m, "filestats.xml")
     check(stats.startswith('<?xml version="1.0" encoding="UTF-8"?>\n<filestats>\n'
                            '<progress good_for_installer="true" totally_final="true" />\n<info datetime="'),
           f"filestats.xml begins {stats[:200]!r}")
     attrs = dict(re.findall(r'(\w+)="(-?\d+)"', stats.split("<info ")[1]))
     selected_txt = 3 + (1 if m.platform == "native" else 0)  # root, notes, here (+ link.txt)
-    check_eq(int(attrs["docsnum"]), selected_txt + 1, "docsnum (txt and doc)")
-    check_eq(int(attrs["pictnum"]), selected_txt + 1, "pictnum (txt and jpg)")
-    check_eq(int(attrs["musicnum"]), 1, "musicnum")
-    check_eq(int(attrs["musictotbytes"]), 3000, "musictotbytes")
-    check_eq(int(attrs["othernum"]), 2, "othernum (the two .iso files; noext counts nowhere)")
-    check_eq(int(attrs["everythingnum"]), selected_txt + 1 + 1 + 1 + 2 + 1, "everythingnum")
+    # docs: txt and doc; pictures: txt and jpg; other: the two .iso files; noext counts nowhere.
+    want = {"docsnum": selected_txt + 1, "pictnum": selected_txt + 1, "musicnum": 1, "musictotbytes": 3000,
+            "othernum": 2, "everythingnum": selected_txt + 6}
+    check_eq({k: int(attrs[k]) for k in want}, want, "statistics")
 
     # bigfilelist.dat: 500 MiB exactly is listed, one byte less is not.
-    with open(os.path.join(list_dir(m), "bigfilelist.dat"), encoding="utf-8") as f:
-        check_eq(f.read(), f"t\t{BIG}\tD:\\data\\big.iso\n", "bigfilelist.dat")
+    check_eq(text(m, "bigfilelist.dat"), f"t\t{BIG}\tD:\\data\\big.iso\n", "bigfilelist.dat")
 
-    msgs = m.log_messages()
     pid = r"\d+"
     for pattern in (rf"qzfilelist version=9\.1\.0\.833 processId={pid} got three hour lock, starting scan\.\.\.\.$",
                     rf"qzfilelist processId={pid} URGENTLY topdirs\.xml\.future did not exist, starting fresh scan$",
@@ -122,7 +121,7 @@ def test_no_argument_scan_writes_the_list_topdirs_stats_and_big_files(m):
                     r"currentVolumePath=D:\\, previousVolumePath=will_not_match$",
                     r"Swapped in AtomicMove per-Vol filelist: .*" + LIST_NAME + r", numBytes=\d+ \(0 MB\)$",
                     rf"qzfilelist processId={pid} exiting out of main, numSeconds=\d+$"):
-        check(any(re.match(pattern, msg) for msg in msgs), f"no log line matches {pattern!r}")
+        check(m.log_index(pattern) is not None, f"no log line matches {pattern!r}")
 
 
 def test_every_way_to_start_builds_the_lists_afresh(m):
@@ -153,14 +152,12 @@ def test_every_way_to_start_builds_the_lists_afresh(m):
         check_list_matches_tree(m, d)
         previous, header = header, read_list(m)[0]
         check(header >= previous, "the list carries its own start time")
-    with open(os.path.join(ld, "bigfilelist.dat"), encoding="utf-8") as f:
-        check_eq(f.read(), "", "bigfilelist.dat after the big file went")
+    check_eq(text(m, "bigfilelist.dat"), "", "bigfilelist.dat after the big file went")
     check_eq(leftover_futures(m), [], "future files left")
     # Only the first-install run records how long its walk took.
-    with open(os.path.join(ld, "firstfilescantime.xml"), encoding="utf-8") as f:
-        check(re.fullmatch(r'<\?xml version="1.0" encoding="UTF-8"\?>\n<firsttimestats>\n'
-                           r'<stat install_fscan_numsecs="\d+" />\n</firsttimestats>\n', f.read()) is not None,
-              "firstfilescantime.xml")
+    check(re.fullmatch(r'<\?xml version="1.0" encoding="UTF-8"\?>\n<firsttimestats>\n'
+                       r'<stat install_fscan_numsecs="\d+" />\n</firsttimestats>\n', text(m, "firstfilescantime.xml")),
+          "firstfilescantime.xml")
 
 
 def test_stop_file_lock_and_refusals(m):
@@ -175,14 +172,14 @@ def test_stop_file_lock_and_refusals(m):
     check(not os.path.exists(os.path.join(ld, "qzfilelist_stop_run.txt")), "stop file left")
     check(not os.path.exists(os.path.join(ld, "qzfilelist_hour_lock.lck")), "lock file left")
     check(not os.path.exists(os.path.join(ld, LIST_NAME)), "a list was written")
-    check(any(re.match(r"qzfilelist processId=\d+ - STOP RUNNING file is in place, deleting file and exiting!$", x)
-              for x in m.log_messages()), "stop line")
+    check(m.log_index(r"qzfilelist processId=\d+ - STOP RUNNING file is in place, deleting file and exiting!$")
+          is not None, "stop line")
 
     # A live lock: the run exits 0 quietly.
     write(os.path.join(ld, "qzfilelist_hour_lock.lck"), "")
     scan(m, "-urgent_refresh_all")
-    check(any(re.match(r"qzfilelist processId=\d+ could not grab three hour lock, so some OTHER qzfilelist is "
-                       r"already running, exiting quietly$", x) for x in m.log_messages()), "lock line")
+    check(m.log_index(r"qzfilelist processId=\d+ could not grab three hour lock, so some OTHER qzfilelist is "
+                      r"already running, exiting quietly$") is not None, "lock line")
     check(not os.path.exists(os.path.join(ld, LIST_NAME)), "a list was written under another's lock")
     os.remove(os.path.join(ld, "qzfilelist_hour_lock.lck"))
 
@@ -196,8 +193,7 @@ def test_stop_file_lock_and_refusals(m):
     # No settings file: exit 0 without a list.
     os.remove(os.path.join(m.datadir(), "qzinfo.xml"))
     scan(m)
-    check(any(x.startswith("ERROR: qzinfo.xml did not exist, exiting! -> ") for x in m.log_messages()),
-          "missing settings line")
+    check(m.logged("ERROR: qzinfo.xml did not exist, exiting! -> "), "missing settings line")
     check(not os.path.exists(os.path.join(ld, LIST_NAME)), "a list was written without settings")
 
 
@@ -254,12 +250,11 @@ def test_elevated_drive_list_is_swapped_in_before_the_other_volumes(m):
           'vol_last_seen_in_days="0" vol_last_filelisted_in_days="1" vol_last_file_pushed_in_days="1" />\n'
           '</contents>\n')
     scan(m)
-    msgs = m.log_messages()
 
     def index(pattern):
-        hits = [i for i, x in enumerate(msgs) if re.match(pattern, x)]
-        check(hits, f"no log line matches {pattern!r}")
-        return hits[0]
+        i = m.log_index(pattern)
+        check(i is not None, f"no log line matches {pattern!r}")
+        return i
 
     # The alert levels are one message: a header line, then a line per volume.
     index(r"All_Volume_Defcon_Level=2, listing 2 volumes below:\n {19}defcon_volume_index=0, qzVol_defconLevel=2, "

@@ -48,16 +48,14 @@ def volumeinfo_re(guid, hguid, vtype, system="false"):
 
 def test_only_fixed_drives_are_listed_and_empty_ones_typed_em(m):
     m.make_datadir()
-    d = m.map_drive("D")
-    write(os.path.join(d, "docs", "a.txt"), "a")
-    e = m.map_drive("E")
-    os.makedirs(os.path.join(e, "$RECYCLE.BIN"))
-    os.makedirs(os.path.join(e, "System Volume Information"))
+    write(os.path.join(m.map_drive("D"), "docs", "a.txt"), "a")
+    e = m.map_drive("E")  # only the folders Windows puts on every drive: an empty volume
+    for folder in ("$RECYCLE.BIN", "System Volume Information"):
+        os.makedirs(os.path.join(e, folder))
     f = m.map_drive("F", "removable")
     write(os.path.join(f, "photo.jpg"), "x")
     mark(f, id_xml(GUID_E, MINE))
-    g = m.map_drive("G")
-    mark(g, id_xml(GUID_D, MINE))
+    mark(m.map_drive("G"), id_xml(GUID_D, MINE))
     h = m.map_drive("H")
     write(os.path.join(h, "AUTORUN.INF"), "[autorun]\n")
     os.makedirs(os.path.join(h, "Recycled"))
@@ -101,8 +99,8 @@ def test_volumeinfo_reads_the_marker_as_it_is(m):
 
     r = m.run("-volumeinfo", "Q:\\")
     check_eq(r.stdout, "VolumeInfo for: Q:\\\nVolume does not exist or is not attached right now.\n", "unknown drive")
-    check(any(msg.startswith("ERROR: QzFile::GetInfoAboutAttachedVolume,GetDiskFreeSpaceEx returned errNum=")
-              for msg in m.log_messages()), "no log line for the missing drive")
+    check(m.logged("ERROR: QzFile::GetInfoAboutAttachedVolume,GetDiskFreeSpaceEx returned errNum="),
+          "no log line for the missing drive")
 
 
 def test_getvolumeinfofromfilename_says_whether_selected(m):
@@ -136,11 +134,9 @@ def test_clone_writes_the_system_marker_into_the_data_dir_and_keeps_its_time(m):
     check_eq(read(os.path.join(folder, "qzvol_id.xml")), id_xml(GUID_C, MINE, README_TXT + "."), "cloned marker")
     readme = read(os.path.join(folder, "README.txt"))
     check("Korvatine will stop backing up the System Drive Volume (C:\\) and also remove " in readme, repr(readme))
-    messages = m.log_messages()
-    for line in ("qzfilelist - entering -clone_qzvol_to_datadir", "qzfilelist - leaving -clone_qzvol_to_datadir"):
-        check(line in messages, f"log line {line!r} missing")
-    check(any(msg.startswith("SUCCESS: QzFile::CloneQzVolFolderOfSystemVolumeIntoDataDir_IfNeeded")
-              for msg in messages), "no SUCCESS line")
+    for line in ("qzfilelist - entering -clone_qzvol_to_datadir", "qzfilelist - leaving -clone_qzvol_to_datadir",
+                 "SUCCESS: QzFile::CloneQzVolFolderOfSystemVolumeIntoDataDir_IfNeeded"):
+        check(m.logged(line), f"log line {line!r} missing")
     r = m.run("-volumeinfo", "C:\\")
     check_match(volumeinfo_re(GUID_C, MINE, "gm", system="true"), r.stdout.split("\n", 1)[1], "-volumeinfo C:\\")
 
@@ -156,8 +152,7 @@ def test_clone_writes_the_system_marker_into_the_data_dir_and_keeps_its_time(m):
     check(abs(os.stat(copy).st_mtime - old) < 0.01, "the clone's modification time is not its original's")
     r = m.run("-volumeinfo", "C:\\")
     check(f"    VolumeGUID: {GUID_C}\n    AssocHguid: {MINE}\n" in r.stdout, f"-volumeinfo: {r.stdout!r}")
-    check(any(f"which doesn't match assocHguid={OTHER}, so attempting repair." in x for x in m.log_messages()),
-          "no repair line")
+    check(m.logged(f"which doesn't match assocHguid={OTHER}, so attempting repair."), "no repair line")
     check(f'associated_hguid="{MINE}"' in read(copy), "marker not repaired")
 
 

@@ -1,3 +1,6 @@
+// The file-based lock: the doubling wait, the stale time judged by the file
+// system's clock, refreshes at most every fifteen seconds, a lock rewritten by
+// another process, release after replacement, and the scan's heartbeat.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -17,13 +20,6 @@ namespace {
 // the real one, as it is for the lock.
 int64_t g_now = 0;
 std::vector<uint32_t> g_sleeps;
-int64_t FakeClock() {
-    return g_now;
-}
-void FakeSleep(uint32_t millis) {
-    g_sleeps.push_back(millis);
-    g_now += millis;
-}
 
 class QzLockTest : public ::testing::Test {
 protected:
@@ -32,10 +28,12 @@ protected:
         path_ = QzCat(dir_, "qzfilelist_hour_lock.lck");
         QzTest::OpenScratchLog("locklog");
         g_now = QzFile::GetFileLastModMillis(QzCat(dir_, ".").c_str());
-        if (g_now == 0) g_now = 1700000000000LL;
         g_sleeps.clear();
-        QzTime::SetClockForTesting(FakeClock);
-        QzTime::SetSleepForTesting(FakeSleep);
+        QzTime::SetClockForTesting([] { return g_now; });
+        QzTime::SetSleepForTesting([](uint32_t millis) {
+            g_sleeps.push_back(millis);
+            g_now += millis;
+        });
     }
     void TearDown() override {
         QzLock::SetGlobalThreeHourLock(nullptr);
@@ -44,105 +42,92 @@ protected:
         QzLog::Close();
     }
 
-    // Moves the file's modification time by `seconds` (negative: into the past).
-    static void ShiftModTime(const QzString& path, int seconds) {
-        const std::string host = QzTest::HostPath(path);
+    // Moves the lock file's modification time by `seconds` and returns it.
+    int64_t Shift(int seconds) {
+        const std::string host = QzTest::HostPath(path_);
         std::filesystem::last_write_time(
             host, std::filesystem::last_write_time(host) + std::chrono::seconds(seconds));
+        return ModTime();
     }
-    static int64_t ModTime(const QzString& path) { return QzFile::GetFileLastModMillis(path.c_str()); }
-
+    int64_t ModTime() const { return QzFile::GetFileLastModMillis(path_.c_str()); }
+    std::unique_ptr<QzLock::FileBasedLock> Grab(int64_t staleSeconds = 10800) {
+        return QzLock::GrabFileBasedLock(path_, staleSeconds, 3);
+    }
+    // Nothing but the lock in its folder: no clock probe, no temporary.
+    bool NoLeftovers() const {
+        for (const auto& e : std::filesystem::directory_iterator(QzTest::HostPath(dir_)))
+            if (e.path().filename() != "qzfilelist_hour_lock.lck") return false;
+        return true;
+    }
     static bool Logged(const std::string& text) { return QzTest::Logged(text); }
 
-    // Files in the lock's folder other than the lock itself (probes, temporaries).
-    size_t LeftoverFiles() const {
-        size_t n = 0;
-        for (const auto& e : std::filesystem::directory_iterator(QzTest::HostPath(dir_)))
-            if (e.path().filename() != "qzfilelist_hour_lock.lck") ++n;
-        return n;
-    }
-
-    QzString dir_;
-    QzString path_;
+    QzString dir_, path_;
 };
 
 }  // namespace
 
 TEST_F(QzLockTest, FreeLockIsTakenAtOnceAndAHeldOneAfterTheDoublingWait) {
-    auto first = QzLock::GrabFileBasedLock(path_, 10800, 3);
+    auto first = Grab();
     ASSERT_NE(first, nullptr);
     EXPECT_TRUE(g_sleeps.empty());
     EXPECT_EQ(first->staleMillis, 10800000);
-    EXPECT_EQ(first->fileModTime, ModTime(path_));
+    EXPECT_EQ(first->fileModTime, ModTime());
     EXPECT_EQ(first->lastRefresh, g_now);
 
     // A live holder: the waiter sleeps 5, 10, 20 ... ms while the doubled
     // pause stays under a quarter of the budget left, then gives up after
     // just over three seconds without touching the file.
-    const int64_t held = ModTime(path_);
-    EXPECT_EQ(QzLock::GrabFileBasedLock(path_, 10800, 3), nullptr);
+    const int64_t held = ModTime();
+    EXPECT_EQ(Grab(), nullptr);
     ASSERT_GE(g_sleeps.size(), 8u);
     EXPECT_EQ(std::vector<uint32_t>(g_sleeps.begin(), g_sleeps.begin() + 8),
               (std::vector<uint32_t>{5, 10, 20, 40, 80, 160, 320, 320}));
     int64_t total = 0;
     for (uint32_t s : g_sleeps) total += s;
-    EXPECT_GT(total, 3000);
-    EXPECT_LT(total, 3000 + 320 + 1);
-    EXPECT_EQ(ModTime(path_), held);
-    EXPECT_EQ(LeftoverFiles(), 0u);  // the clock probe is gone
-
+    EXPECT_TRUE(total > 3000 && total <= 3320) << total;
+    EXPECT_EQ(ModTime(), held);
+    EXPECT_TRUE(NoLeftovers());
     QzLock::ReleaseFileBasedLock(first.get());
     EXPECT_FALSE(QzFile::FileExists(path_.c_str()));
 }
 
 TEST_F(QzLockTest, StaleTimeIsJudgedByTheFileSystemClock) {
     ASSERT_TRUE(QzTest::WriteFile(path_, ""));
-    ShiftModTime(path_, -10799);
-    EXPECT_EQ(QzLock::GrabFileBasedLock(path_, 10800, 3), nullptr);
+    Shift(-10799);
+    EXPECT_EQ(Grab(), nullptr);
     EXPECT_FALSE(Logged("breaking"));
-
-    ShiftModTime(path_, -2);  // now 10,801 seconds old
-    auto lock = QzLock::GrabFileBasedLock(path_, 10800, 3);
+    Shift(-2);  // now 10,801 seconds old
+    auto lock = Grab();
     ASSERT_NE(lock, nullptr);
     EXPECT_TRUE(Logged("ERROR: QzLock::GrabFileBasedLock breaking log named: " + std::string(path_.c_str())));
-    EXPECT_EQ(lock->fileModTime, ModTime(path_));
-    // The program's own clock is far off; only the file system's counts.
-    g_now += 7LL * 24 * 3600 * 1000;
-    EXPECT_EQ(QzLock::GrabFileBasedLock(path_, 10800, 3), nullptr);
-    EXPECT_EQ(LeftoverFiles(), 0u);
+    EXPECT_EQ(lock->fileModTime, ModTime());
+    g_now += 7LL * 24 * 3600 * 1000;  // the program's own clock is far off; only the file's counts
+    EXPECT_EQ(Grab(), nullptr);
+    EXPECT_TRUE(NoLeftovers());
 }
 
 TEST_F(QzLockTest, RefreshTouchesAtMostEveryFifteenSeconds) {
-    auto lock = QzLock::GrabFileBasedLock(path_, 10800, 3);
+    auto lock = Grab();
     ASSERT_NE(lock, nullptr);
-    // Pretend the grab happened a minute ago.
-    ShiftModTime(path_, -60);
-    lock->fileModTime = ModTime(path_);
-    const int64_t old = lock->fileModTime;
-
+    const int64_t old = lock->fileModTime = Shift(-60);  // as if grabbed a minute ago
     g_now += 20000;
     ASSERT_TRUE(QzLock::RefreshFileBasedLock(lock.get()));
-    const int64_t touched = ModTime(path_);
-    EXPECT_GT(touched, old);
-    EXPECT_EQ(lock->fileModTime, touched);
+    EXPECT_GT(ModTime(), old);
+    EXPECT_EQ(lock->fileModTime, ModTime());
     EXPECT_EQ(lock->lastRefresh, g_now);
-
+    // Ten seconds later: no touch, which the moved time would show.
     g_now += 10000;
-    ShiftModTime(path_, -60);  // any touch now would be visible
-    lock->fileModTime = ModTime(path_);
+    lock->fileModTime = Shift(-60);
     ASSERT_TRUE(QzLock::RefreshFileBasedLock(lock.get()));
-    EXPECT_EQ(ModTime(path_), lock->fileModTime);
-    EXPECT_EQ(LeftoverFiles(), 0u);
+    EXPECT_EQ(ModTime(), lock->fileModTime);
+    EXPECT_TRUE(NoLeftovers());
     EXPECT_FALSE(Logged("ERROR"));
 }
 
 TEST_F(QzLockTest, RewrittenLockFailsRefreshAndCannotBeRegrabbedWhileItsOwnerLives) {
-    auto lock = QzLock::GrabFileBasedLock(path_, 10800, 3);
+    auto lock = Grab();
     ASSERT_NE(lock, nullptr);
-    const int64_t ours = lock->fileModTime;
-    ShiftModTime(path_, -5);  // another process wrote the file
-    const int64_t theirs = ModTime(path_);
-
+    const int64_t ours = lock->fileModTime, theirs = Shift(-5);  // another process wrote the file
     g_now += 20000;
     EXPECT_FALSE(QzLock::RefreshFileBasedLock(lock.get()));
     EXPECT_TRUE(Logged(std::string(" failed to refresh lock because file mod time changed: ") +
@@ -150,14 +135,11 @@ TEST_F(QzLockTest, RewrittenLockFailsRefreshAndCannotBeRegrabbedWhileItsOwnerLiv
                        " but instead the fileLastModTime was " + std::to_string(theirs) +
                        " which is a difference of " + std::to_string(theirs - ours) + " millis (" +
                        std::to_string((theirs - ours) / 1000) + " seconds)"));
-    EXPECT_EQ(QzLock::GrabFileBasedLock(path_, 3600, 3), nullptr);
-
+    EXPECT_EQ(Grab(3600), nullptr);
     // Releasing what is no longer ours leaves the other holder's file.
     QzLock::ReleaseFileBasedLock(lock.get());
-    EXPECT_TRUE(QzFile::FileExists(path_.c_str()));
-    EXPECT_EQ(ModTime(path_), theirs);
+    EXPECT_EQ(ModTime(), theirs);
     EXPECT_TRUE(Logged("ERROR: QzLock::ReleaseFileBasedLock, not our lock: " + std::string(path_.c_str())));
-
     // A lock that vanished cannot be refreshed either.
     std::filesystem::remove(QzTest::HostPath(path_));
     lock->fileModTime = theirs;
@@ -167,41 +149,38 @@ TEST_F(QzLockTest, RewrittenLockFailsRefreshAndCannotBeRegrabbedWhileItsOwnerLiv
 }
 
 TEST_F(QzLockTest, HeartbeatRefreshesEveryFiveMinutesAndRegrabsAStaleLock) {
-    QzLock::SetGlobalThreeHourLock(QzLock::GrabFileBasedLock(path_, 10800, 3));
+    QzLock::SetGlobalThreeHourLock(Grab());
     ASSERT_NE(QzLock::GlobalThreeHourLock(), nullptr);
-    ShiftModTime(path_, -100);
-    QzLock::GlobalThreeHourLock()->fileModTime = ModTime(path_);
-    const int64_t before = ModTime(path_);
-
+    const int64_t before = QzLock::GlobalThreeHourLock()->fileModTime = Shift(-100);
     g_now += 300000;  // not yet due
     QzLock::RefreshGlobalThreeHourLock_ExitIfFail("C:\\Users");
-    EXPECT_EQ(ModTime(path_), before);
+    EXPECT_EQ(ModTime(), before);
     g_now += 1;
     QzLock::RefreshGlobalThreeHourLock_ExitIfFail("C:\\Users");
-    EXPECT_GT(ModTime(path_), before);
+    EXPECT_GT(ModTime(), before);
 
     // This process slept past its stale time: the refresh refuses, and the
     // one-hour re-grab breaks the old file and carries on.
-    ShiftModTime(path_, -4 * 3600);
-    QzLock::GlobalThreeHourLock()->fileModTime = ModTime(path_);
+    QzLock::GlobalThreeHourLock()->fileModTime = Shift(-4 * 3600);
     g_now += 3000001;
     QzLock::RefreshGlobalThreeHourLock_ExitIfFail("C:\\Users");
-    EXPECT_TRUE(
-        Logged(" more than 50 minutes since last refresh, elapsedMillis=3000001, startDirIn=C:\\Users"));
-    EXPECT_TRUE(Logged(" failed to refresh lock because file mod time too long ago: "));
-    EXPECT_TRUE(Logged(" lost hour lock but grabbed it back again, so continuing on..."));
+    for (const char* line :
+         {" more than 50 minutes since last refresh, elapsedMillis=3000001, startDirIn=C:\\Users",
+          " failed to refresh lock because file mod time too long ago: ",
+          " lost hour lock but grabbed it back again, so continuing on..."})
+        EXPECT_TRUE(Logged(line)) << line;
     ASSERT_NE(QzLock::GlobalThreeHourLock(), nullptr);
     EXPECT_EQ(QzLock::GlobalThreeHourLock()->staleMillis, 3600000);
-    EXPECT_EQ(QzLock::GlobalThreeHourLock()->fileModTime, ModTime(path_));
+    EXPECT_EQ(QzLock::GlobalThreeHourLock()->fileModTime, ModTime());
 }
 
 // Windows death tests re-run the test binary, which the mingw build of the
 // test framework cannot do; the whole-program tests cover the exit there.
 #ifndef _WIN32
 TEST_F(QzLockTest, HeartbeatExitsWithOneWhenAnotherProcessOwnsTheLock) {
-    QzLock::SetGlobalThreeHourLock(QzLock::GrabFileBasedLock(path_, 10800, 3));
+    QzLock::SetGlobalThreeHourLock(Grab());
     ASSERT_NE(QzLock::GlobalThreeHourLock(), nullptr);
-    ShiftModTime(path_, -5);
+    Shift(-5);
     g_now += 300001;
     EXPECT_EXIT(QzLock::RefreshGlobalThreeHourLock_ExitIfFail("C:\\Users"), ::testing::ExitedWithCode(1), "");
     // The forked child wrote into this test's log.

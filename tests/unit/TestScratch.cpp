@@ -116,20 +116,10 @@ std::string LogText() {
     return all;
 }
 
-std::vector<std::string> Lines(const std::string& text) {
-    std::vector<std::string> out;
-    for (size_t start = 0; start < text.size();) {
-        size_t nl = text.find('\n', start);
-        if (nl == std::string::npos) nl = text.size();
-        out.push_back(text.substr(start, nl - start));
-        start = nl + 1;
-    }
-    return out;
-}
-
 std::vector<std::string> LoggedLines(const std::string& text) {
     std::vector<std::string> out;
-    for (const std::string& line : Lines(LogText())) {
+    std::istringstream log(LogText());
+    for (std::string line; std::getline(log, line);) {
         const size_t sep = line.find(" - ");
         const std::string message = sep == std::string::npos ? line : line.substr(sep + 3);
         if (message.find(text) != std::string::npos) out.push_back(message);

@@ -32,8 +32,6 @@ std::string ReadFile(const QzString& winPath);
 void OpenScratchLog(const char* name);
 // Every day file of the open log, in day order.
 std::string LogText();
-// The text split at "\n" (a last line without "\n" counts).
-std::vector<std::string> Lines(const std::string& text);
 // The messages (text after " - ") of the log lines holding the text.
 std::vector<std::string> LoggedLines(const std::string& text);
 inline int LoggedCount(const std::string& text) {

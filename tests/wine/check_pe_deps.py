@@ -49,29 +49,17 @@ def is_system_dll(name):
 
 
 def resource_ids(private_headers):
-    """(type, id) pairs from objdump's listing of the resource directory.
-
-    The listing indents each level of the tree further: types, then names or
-    ids, then languages.
-    """
-    entries = []
-    in_tree = False
-    for line in private_headers.splitlines():
-        if line.startswith("The .rsrc Resource Directory section"):
-            in_tree = True
-            continue
-        if in_tree and line.strip().startswith("Resources start"):
-            break
-        m = re.match(r"^[0-9a-f]+(\s+)Entry: ID: (0x[0-9a-f]+)", line) if in_tree else None
-        if m:
-            entries.append((len(m.group(1)), int(m.group(2), 16)))
-    levels = sorted({indent for indent, _ in entries})
-    pairs = set()
-    current_type = None
+    """(type, id) pairs from objdump's listing of the resource directory, which
+    indents each level of the tree further: types, then names or ids, then languages."""
+    _, _, tree = private_headers.partition("The .rsrc Resource Directory section")
+    entries = [(len(indent), int(value, 16)) for indent, value in
+               re.findall(r"^[0-9a-f]+(\s+)Entry: ID: (0x[0-9a-f]+)", tree.split("Resources start")[0], re.M)]
+    levels = sorted({indent for indent, _ in entries}) + [None, None]
+    pairs, current_type = set(), None
     for indent, value in entries:
         if indent == levels[0]:
             current_type = value
-        elif len(levels) > 1 and indent == levels[1] and current_type is not None:
+        elif indent == levels[1] and current_type is not None:
             pairs.add((current_type, value))
     return pairs
 
@@ -120,34 +108,27 @@ def main():
     rsrc = section_bytes(run_objdump(opts.objdump, ["-s", "-j", ".rsrc"], opts.exe) or "")
     check(len(rsrc) > 0, f".rsrc section read ({len(rsrc)} bytes)")
 
-    parts = [int(p) for p in opts.version.split(".")]
-    fixed_ok = False
-    sig = struct.pack("<I", 0xFEEF04BD)
-    pos = rsrc.find(sig)
-    if pos >= 0 and pos + 24 <= len(rsrc) and len(parts) == 4:
-        file_ms, file_ls, prod_ms, prod_ls = struct.unpack_from("<IIII", rsrc, pos + 8)
-        want_ms = (parts[0] << 16) | parts[1]
-        want_ls = (parts[2] << 16) | parts[3]
-        fixed_ok = (file_ms, file_ls, prod_ms, prod_ls) == (want_ms, want_ls, want_ms, want_ls)
-    check(fixed_ok, f"VS_FIXEDFILEINFO file and product version are {opts.version}")
+    # VS_FIXEDFILEINFO: the signature, the structure version, then file and product version.
+    p = [int(x) for x in opts.version.split(".")] + [0] * 4
+    want = ((p[0] << 16) | p[1], (p[2] << 16) | p[3]) * 2
+    pos = rsrc.find(struct.pack("<I", 0xFEEF04BD))
+    check(0 <= pos and pos + 24 <= len(rsrc) and struct.unpack_from("<IIII", rsrc, pos + 8) == want,
+          f"VS_FIXEDFILEINFO file and product version are {opts.version}")
 
     text16 = opts.version.encode("utf-16-le")
     check(rsrc.count(text16) >= 2, f'FileVersion and ProductVersion text "{opts.version}" present (UTF-16)')
     for value in ("qzfilelist.exe", "Korvatine"):
         check(value.encode("utf-16-le") in rsrc, f'version strings contain "{value}"')
 
-    manifest_start = rsrc.find(b"<assembly")
-    manifest_end = rsrc.find(b"</assembly>", manifest_start)
-    manifest = rsrc[manifest_start:manifest_end].decode("utf-8", "replace") if manifest_start >= 0 else ""
+    start = rsrc.find(b"<assembly")
+    manifest = rsrc[start:rsrc.find(b"</assembly>", start)].decode("utf-8", "replace") if start >= 0 else ""
     check(bool(manifest), "manifest XML found in the resources")
-    check(re.search(r'<assemblyIdentity[^>]*\sversion="' + re.escape(opts.version) + '"', manifest) is not None,
-          f"manifest names version {opts.version}")
-    check(re.search(r'requestedExecutionLevel\s+level="asInvoker"', manifest) is not None,
-          "manifest requests asInvoker")
-    check(re.search(r"<longPathAware[^>]*>\s*true\s*</longPathAware>", manifest) is not None,
-          "manifest declares longPathAware true")
-    check(re.search(r"<activeCodePage[^>]*>\s*UTF-8\s*</activeCodePage>", manifest) is not None,
-          "manifest sets activeCodePage UTF-8")
+    for pattern, what in [(r'<assemblyIdentity[^>]*\sversion="' + re.escape(opts.version) + '"',
+                           f"names version {opts.version}"),
+                          (r'requestedExecutionLevel\s+level="asInvoker"', "requests asInvoker"),
+                          (r"<longPathAware[^>]*>\s*true\s*</longPathAware>", "declares longPathAware true"),
+                          (r"<activeCodePage[^>]*>\s*UTF-8\s*</activeCodePage>", "sets activeCodePage UTF-8")]:
+        check(re.search(pattern, manifest) is not None, "manifest " + what)
 
     print(f"{'OK' if failures == 0 else 'FAILED'}: {failures} check(s) failed")
     return 0 if failures == 0 else 1
