@@ -73,8 +73,13 @@ inline std::string OnT(const std::string& rel) {
 }
 
 inline void WriteT(const std::string& rel, std::string_view text) {
-    std::filesystem::create_directories(std::filesystem::path(OnT(rel)).parent_path());
-    std::ofstream(OnT(rel), std::ios::binary).write(text.data(), static_cast<std::streamsize>(text.size()));
+    const std::string path = OnT(rel);
+    std::ofstream f(path, std::ios::binary);
+    if (!f.is_open()) {  // the folder is made once, not checked for every input
+        std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+        f.open(path, std::ios::binary);
+    }
+    f.write(text.data(), static_cast<std::streamsize>(text.size()));
 }
 
 // Takes a fuzz input of at most 64 KiB as the file at `rel` on drive T:;
