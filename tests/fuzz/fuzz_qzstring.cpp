@@ -116,19 +116,17 @@ void StringProgram(FuzzedDataProvider& fdp) {
                 model.push_back(c);
                 break;
             }
-            case 3: {
-                const int64_t v = fdp.ConsumeIntegral<int64_t>();
-                Check(s.AppendInt(v), "AppendInt failed");
-                model += std::to_string(v);
-                break;
-            }
+            case 3:
             case 4:
-            case 5: {  // padded decimal or hexadecimal; widths beyond 64 are cut to 64
+            case 5: {  // decimal, padded decimal or hexadecimal; widths beyond 64 are cut to 64
                 const int64_t v = fdp.ConsumeIntegral<int64_t>();
-                const int w = fdp.ConsumeIntegralInRange<int>(0, 80);
+                const int w = op == 3 ? 0 : fdp.ConsumeIntegralInRange<int>(0, 80);
                 char buf[128];
-                Check(op == 4 ? s.AppendPaddedInt(v, w) : s.AppendPaddedHex(v, w), "AppendPadded failed", op);
-                if (op == 4)
+                Check(op == 3   ? s.AppendInt(v)
+                      : op == 4 ? s.AppendPaddedInt(v, w)
+                                : s.AppendPaddedHex(v, w),
+                      "a number append failed", op);
+                if (op != 5)
                     std::snprintf(buf, sizeof buf, "%0*lld", std::min(w, 64), static_cast<long long>(v));
                 else
                     std::snprintf(buf, sizeof buf, "%0*llx", std::min(w, 64),
@@ -163,8 +161,8 @@ void StringProgram(FuzzedDataProvider& fdp) {
                     fdp.ConsumeIntegralInRange<int32_t>(-3, static_cast<int32_t>(model.size()) + 3);
                 const int32_t got =
                     ignoreCase ? s.FindIgnoreCase(needle.c_str(), from) : s.Find(needle.c_str(), from);
-                const int32_t want = ignoreCase ? ModelFind(Lower(model), Lower(needle), from)
-                                                : ModelFind(model, needle, from);
+                const int32_t want =
+                    ModelFind(ignoreCase ? Lower(model) : model, ignoreCase ? Lower(needle) : needle, from);
                 Check(got == want, ignoreCase ? "FindIgnoreCase differs" : "Find differs", got, want);
                 Check(s.Contains(needle.c_str()) == (ModelFind(model, needle, 0) >= 0), "Contains differs");
                 break;
