@@ -123,15 +123,18 @@ bool AppendMergeLogLine(const QzString& dataDir, const QzString& block) {
 }
 
 // The first end tag of the root that is not inside a comment, or -1: rules
-// put before a commented-out end tag would be commented out themselves.
+// put before a commented-out end tag would be commented out themselves. The
+// tag is searched again only once a comment has covered it, so a file of many
+// comments is read once, not once per comment.
 int32_t FindEndTag(const QzString& text) {
+    int32_t tag = text.Find(kEndTag, 0);
     for (int32_t pos = 0;;) {
-        const int32_t tag = text.Find(kEndTag, pos);
         const int32_t comment = text.Find("<!--", pos);
         if (tag < 0 || comment < 0 || tag < comment) return tag;
         const int32_t commentEnd = text.Find("-->", comment + 4);
         if (commentEnd < 0) return -1;  // the rest of the text is one open comment
         pos = commentEnd + 3;
+        if (tag < pos) tag = text.Find(kEndTag, pos);
     }
 }
 

@@ -8,11 +8,13 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -45,14 +47,39 @@ inline std::string_view View(const QzString& s) {
     return {s.c_str(), static_cast<size_t>(s.Length())};
 }
 
+inline bool IsNameChar(unsigned char c) {
+    return std::isalnum(c) || c == '_' || c == '-' || c == ':' || c == '.';
+}
+
+// The documented attribute reading: the value between the quotes after the
+// first `name="` that is not the tail of a longer name; nothing when that
+// value's closing quote is missing. Only the text up to the first NUL counts.
+inline std::optional<std::string_view> Attr(std::string_view s, std::string_view name) {
+    s = s.substr(0, s.find('\0'));
+    const std::string key = std::string(name) + "=\"";
+    for (size_t p = s.find(key); p != std::string_view::npos; p = s.find(key, p + 1)) {
+        if (p > 0 && IsNameChar(static_cast<unsigned char>(s[p - 1]))) continue;
+        const size_t v = p + key.size();
+        const size_t q = s.find('"', v);
+        if (q == std::string_view::npos) return std::nullopt;
+        return s.substr(v, q - v);
+    }
+    return std::nullopt;
+}
+
 // The host path of a file on drive T: given relative to it with "/".
 inline std::string OnT(const std::string& rel) {
     return Root() + "/t/" + rel;
 }
 
 inline void WriteT(const std::string& rel, std::string_view text) {
-    std::filesystem::create_directories(std::filesystem::path(OnT(rel)).parent_path());
-    std::ofstream(OnT(rel), std::ios::binary).write(text.data(), static_cast<std::streamsize>(text.size()));
+    const std::string path = OnT(rel);
+    std::ofstream f(path, std::ios::binary);
+    if (!f.is_open()) {  // the folder is made once, not checked for every input
+        std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+        f.open(path, std::ios::binary);
+    }
+    f.write(text.data(), static_cast<std::streamsize>(text.size()));
 }
 
 // Takes a fuzz input of at most 64 KiB as the file at `rel` on drive T:;

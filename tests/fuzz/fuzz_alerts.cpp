@@ -13,26 +13,11 @@
 #include "QzFileXml.h"
 #include "QzUiUtil.h"
 
+using FuzzMachine::Attr;
 using FuzzMachine::Check;
 using FuzzMachine::View;
 
 namespace {
-
-// The documented attribute reading: the value between the quotes after the
-// first `name="` that is not the tail of a longer name.
-std::optional<std::string_view> Attr(std::string_view s, std::string_view name) {
-    const std::string key = std::string(name) + "=\"";
-    for (size_t p = s.find(key); p != std::string_view::npos; p = s.find(key, p + 1)) {
-        const char c = p > 0 ? s[p - 1] : ' ';
-        if (std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '-' || c == ':' || c == '.')
-            continue;
-        const size_t v = p + key.size();
-        const size_t q = s.find('"', v);
-        if (q == std::string_view::npos) return std::nullopt;
-        return s.substr(v, q - v);
-    }
-    return std::nullopt;
-}
 
 std::string Hex(std::string_view s) {
     static const char* const kDigits = "0123456789abcdef";

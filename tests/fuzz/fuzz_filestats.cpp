@@ -30,23 +30,15 @@ const char* const kNames[QzFileStats::kNumCategories][2] = {
     {"othernum", "othertotbytes"},
     {"everythingnum", "everythingtotbytes"}};
 
+// The documented reading of a counter: its attribute's value, an optional
+// minus and decimal digits only.
 std::optional<int64_t> Number(std::string_view s, std::string_view name) {
-    s = s.substr(0, s.find('\0'));
-    const std::string key = std::string(name) + "=\"";
-    for (size_t p = s.find(key); p != std::string_view::npos; p = s.find(key, p + 1)) {
-        const char c = p > 0 ? s[p - 1] : ' ';
-        if (std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '-' || c == ':' || c == '.')
-            continue;
-        const size_t v = p + key.size();
-        const size_t q = s.find('"', v);
-        if (q == std::string_view::npos) return std::nullopt;
-        int64_t n = 0;
-        const char* end = s.data() + q;
-        const auto [at, err] = std::from_chars(s.data() + v, end, n);
-        if (err != std::errc() || at != end || n == INT64_MIN) return std::nullopt;
-        return n;
-    }
-    return std::nullopt;
+    const std::optional<std::string_view> text = FuzzMachine::Attr(s, name);
+    int64_t n = 0;
+    if (!text) return std::nullopt;
+    const auto [at, err] = std::from_chars(text->data(), text->data() + text->size(), n);
+    if (err != std::errc() || at != text->data() + text->size() || n == INT64_MIN) return std::nullopt;
+    return n;
 }
 
 }  // namespace

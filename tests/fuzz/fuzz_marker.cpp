@@ -11,27 +11,9 @@
 #include "QzFileVolumes.h"
 #include "QzVolumeInfo.h"
 
+using FuzzMachine::Attr;
 using FuzzMachine::Check;
 using FuzzMachine::View;
-
-namespace {
-
-std::optional<std::string_view> Attr(std::string_view s, std::string_view name) {
-    s = s.substr(0, s.find('\0'));
-    const std::string key = std::string(name) + "=\"";
-    for (size_t p = s.find(key); p != std::string_view::npos; p = s.find(key, p + 1)) {
-        const char c = p > 0 ? s[p - 1] : ' ';
-        if (std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '-' || c == ':' || c == '.')
-            continue;
-        const size_t v = p + key.size();
-        const size_t q = s.find('"', v);
-        if (q == std::string_view::npos) return std::nullopt;
-        return s.substr(v, q - v);
-    }
-    return std::nullopt;
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string_view in;

@@ -3,11 +3,13 @@
 // input through UTF-16 and through hexadecimal.
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -48,10 +50,6 @@ int Sign(int v) {
     return (v > 0) - (v < 0);
 }
 
-int ModelCompare(const std::string& a, const std::string& b) {
-    return Sign(a.compare(b));
-}
-
 int32_t ModelFind(const std::string& hay, const std::string& needle, int32_t from) {
     const size_t start = from < 0 ? 0 : static_cast<size_t>(from);
     const size_t p = hay.find(needle, start);
@@ -63,55 +61,34 @@ std::string CStrPrefix(const std::string& s) {
 }
 
 // Strict UTF-8 by the table of well-formed byte sequences: no overlong
-// forms, no surrogates, nothing above U+10FFFF.
+// forms, no surrogates, nothing above U+10FFFF. Per lead byte range: how many
+// bytes follow, and the range of the first of them (the rest are 80..BF).
 bool ModelValidUtf8(std::string_view s) {
+    struct Lead {
+        unsigned char from, to, follow, lo, hi;
+    };
+    static constexpr Lead kLeads[] = {
+        {0x00, 0x7F, 0, 0, 0},       {0xC2, 0xDF, 1, 0x80, 0xBF}, {0xE0, 0xE0, 2, 0xA0, 0xBF},
+        {0xE1, 0xEC, 2, 0x80, 0xBF}, {0xED, 0xED, 2, 0x80, 0x9F}, {0xEE, 0xEF, 2, 0x80, 0xBF},
+        {0xF0, 0xF0, 3, 0x90, 0xBF}, {0xF1, 0xF3, 3, 0x80, 0xBF}, {0xF4, 0xF4, 3, 0x80, 0x8F}};
     const auto* u = reinterpret_cast<const unsigned char*>(s.data());
-    const size_t n = s.size();
-    auto in = [](unsigned char c, unsigned lo, unsigned hi) { return c >= lo && c <= hi; };
-    for (size_t i = 0; i < n;) {
-        const unsigned char c = u[i];
-        size_t k = 0;
-        unsigned lo = 0x80, hi = 0xBF;
-        if (c <= 0x7F)
-            k = 0;
-        else if (in(c, 0xC2, 0xDF))
-            k = 1;
-        else if (c == 0xE0)
-            k = 2, lo = 0xA0;
-        else if (in(c, 0xE1, 0xEC) || in(c, 0xEE, 0xEF))
-            k = 2;
-        else if (c == 0xED)
-            k = 2, hi = 0x9F;
-        else if (c == 0xF0)
-            k = 3, lo = 0x90;
-        else if (in(c, 0xF1, 0xF3))
-            k = 3;
-        else if (c == 0xF4)
-            k = 3, hi = 0x8F;
-        else
-            return false;
-        if (k == 0) {
-            ++i;
-            continue;
-        }
-        if (i + k >= n) return false;  // the sequence is cut short
-        if (!in(u[i + 1], lo, hi)) return false;
-        for (size_t j = 2; j <= k; ++j)
-            if (!in(u[i + j], 0x80, 0xBF)) return false;
-        i += k + 1;
+    for (size_t i = 0; i < s.size();) {
+        const Lead* l = std::find_if(std::begin(kLeads), std::end(kLeads),
+                                     [c = u[i]](const Lead& x) { return c >= x.from && c <= x.to; });
+        if (l == std::end(kLeads) || (l->follow > 0 && i + l->follow >= s.size()))
+            return false;  // or cut short
+        for (size_t j = 1; j <= l->follow; ++j)
+            if (u[i + j] < (j == 1 ? l->lo : 0x80) || u[i + j] > (j == 1 ? l->hi : 0xBF)) return false;
+        i += l->follow + 1u;
     }
     return true;
 }
 
+// Every high surrogate followed by a low one, no low surrogate on its own.
 bool ModelValidUtf16(const std::vector<char16_t>& w) {
-    for (size_t i = 0; i < w.size(); ++i) {
-        if (w[i] >= 0xD800 && w[i] <= 0xDBFF) {
-            if (i + 1 >= w.size() || w[i + 1] < 0xDC00 || w[i + 1] > 0xDFFF) return false;
-            ++i;
-        } else if (w[i] >= 0xDC00 && w[i] <= 0xDFFF) {
-            return false;
-        }
-    }
+    auto low = [&](size_t i) { return i < w.size() && w[i] >= 0xDC00 && w[i] <= 0xDFFF; };
+    for (size_t i = 0; i < w.size(); ++i)
+        if (low(i) || (w[i] >= 0xD800 && w[i] <= 0xDBFF && !low(++i))) return false;
     return true;
 }
 
@@ -125,16 +102,12 @@ void StringProgram(FuzzedDataProvider& fdp) {
     for (int step = 0; step < steps && fdp.remaining_bytes() > 0; ++step) {
         const int op = fdp.ConsumeIntegralInRange<int>(0, 20);
         switch (op) {
-            case 0: {  // Append with a length: every byte, NULs included
-                const std::string t = fdp.ConsumeRandomLengthString(80);
-                Check(s.Append(t.data(), static_cast<int32_t>(t.size())), "Append(text, len) failed");
-                model += t;
-                break;
-            }
+            case 0:    // Append with a length: every byte, NULs included
             case 1: {  // Append a C string: up to the first NUL
                 const std::string t = fdp.ConsumeRandomLengthString(80);
-                Check(s.Append(t.c_str()), "Append(text) failed");
-                model += CStrPrefix(t);
+                Check(op == 0 ? s.Append(t.data(), static_cast<int32_t>(t.size())) : s.Append(t.c_str()),
+                      "Append failed", op);
+                model += op == 0 ? t : CStrPrefix(t);
                 break;
             }
             case 2: {
@@ -143,37 +116,30 @@ void StringProgram(FuzzedDataProvider& fdp) {
                 model.push_back(c);
                 break;
             }
-            case 3: {
-                const int64_t v = fdp.ConsumeIntegral<int64_t>();
-                Check(s.AppendInt(v), "AppendInt failed");
-                model += std::to_string(v);
-                break;
-            }
+            case 3:
             case 4:
-            case 5: {  // padded decimal or hexadecimal; widths beyond 64 are cut to 64
+            case 5: {  // decimal, padded decimal or hexadecimal; widths beyond 64 are cut to 64
                 const int64_t v = fdp.ConsumeIntegral<int64_t>();
-                const int w = fdp.ConsumeIntegralInRange<int>(0, 80);
+                const int w = op == 3 ? 0 : fdp.ConsumeIntegralInRange<int>(0, 80);
                 char buf[128];
-                if (op == 4) {
-                    Check(s.AppendPaddedInt(v, w), "AppendPaddedInt failed");
-                    std::snprintf(buf, sizeof buf, "%0*lld", w > 64 ? 64 : w, static_cast<long long>(v));
-                } else {
-                    Check(s.AppendPaddedHex(v, w), "AppendPaddedHex failed");
-                    std::snprintf(buf, sizeof buf, "%0*llx", w > 64 ? 64 : w,
+                Check(op == 3   ? s.AppendInt(v)
+                      : op == 4 ? s.AppendPaddedInt(v, w)
+                                : s.AppendPaddedHex(v, w),
+                      "a number append failed", op);
+                if (op != 5)
+                    std::snprintf(buf, sizeof buf, "%0*lld", std::min(w, 64), static_cast<long long>(v));
+                else
+                    std::snprintf(buf, sizeof buf, "%0*llx", std::min(w, 64),
                                   static_cast<unsigned long long>(v));
-                }
                 model += buf;
                 break;
             }
-            case 6: {
+            case 6: {  // Set with a length, or up to the first NUL
                 const std::string t = fdp.ConsumeRandomLengthString(80);
-                if (fdp.ConsumeBool()) {
-                    Check(s.Set(t.data(), static_cast<int32_t>(t.size())), "Set(text, len) failed");
-                    model = t;
-                } else {
-                    Check(s.Set(t.c_str()), "Set(text) failed");
-                    model = CStrPrefix(t);
-                }
+                const bool withLength = fdp.ConsumeBool();
+                Check(withLength ? s.Set(t.data(), static_cast<int32_t>(t.size())) : s.Set(t.c_str()),
+                      "Set failed");
+                model = withLength ? t : CStrPrefix(t);
                 break;
             }
             case 7: {
@@ -195,8 +161,8 @@ void StringProgram(FuzzedDataProvider& fdp) {
                     fdp.ConsumeIntegralInRange<int32_t>(-3, static_cast<int32_t>(model.size()) + 3);
                 const int32_t got =
                     ignoreCase ? s.FindIgnoreCase(needle.c_str(), from) : s.Find(needle.c_str(), from);
-                const int32_t want = ignoreCase ? ModelFind(Lower(model), Lower(needle), from)
-                                                : ModelFind(model, needle, from);
+                const int32_t want =
+                    ModelFind(ignoreCase ? Lower(model) : model, ignoreCase ? Lower(needle) : needle, from);
                 Check(got == want, ignoreCase ? "FindIgnoreCase differs" : "Find differs", got, want);
                 Check(s.Contains(needle.c_str()) == (ModelFind(model, needle, 0) >= 0), "Contains differs");
                 break;
@@ -205,24 +171,19 @@ void StringProgram(FuzzedDataProvider& fdp) {
                 std::string t = CStrPrefix(fdp.ConsumeRandomLengthString(10));
                 if (fdp.ConsumeBool()) t = CStrPrefix(model.substr(0, std::min(model.size(), t.size())));
                 const std::string tl = Lower(t), ml = Lower(model);
-                const bool sw = model.compare(0, t.size(), t) == 0 && t.size() <= model.size();
-                const bool ew =
-                    t.size() <= model.size() && model.compare(model.size() - t.size(), t.size(), t) == 0;
-                const bool swi = t.size() <= model.size() && ml.compare(0, t.size(), tl) == 0;
-                const bool ewi =
-                    t.size() <= model.size() && ml.compare(model.size() - t.size(), t.size(), tl) == 0;
-                Check(s.StartsWith(t.c_str()) == sw, "StartsWith differs");
-                Check(s.EndsWith(t.c_str()) == ew, "EndsWith differs");
-                Check(s.StartsWithIgnoreCase(t.c_str()) == swi, "StartsWithIgnoreCase differs");
-                Check(s.EndsWithIgnoreCase(t.c_str()) == ewi, "EndsWithIgnoreCase differs");
+                Check(s.StartsWith(t.c_str()) == model.starts_with(t), "StartsWith differs");
+                Check(s.EndsWith(t.c_str()) == model.ends_with(t), "EndsWith differs");
+                Check(s.StartsWithIgnoreCase(t.c_str()) == ml.starts_with(tl),
+                      "StartsWithIgnoreCase differs");
+                Check(s.EndsWithIgnoreCase(t.c_str()) == ml.ends_with(tl), "EndsWithIgnoreCase differs");
                 break;
             }
             case 11: {
                 std::string t = fdp.ConsumeRandomLengthString(20);
                 if (fdp.ConsumeBool()) t = model.substr(0, std::min(model.size(), t.size()));
                 const QzString other(t.data(), static_cast<int32_t>(t.size()));
-                Check(Sign(s.Compare(other)) == ModelCompare(model, t), "Compare differs");
-                Check(Sign(s.CompareIgnoreCase(other)) == ModelCompare(Lower(model), Lower(t)),
+                Check(Sign(s.Compare(other)) == Sign(model.compare(t)), "Compare differs");
+                Check(Sign(s.CompareIgnoreCase(other)) == Sign(Lower(model).compare(Lower(t))),
                       "CompareIgnoreCase differs");
                 Check(s.Equals(other) == (model == t), "Equals differs");
                 Check(s.Equals(t.c_str()) == (model == CStrPrefix(t)), "Equals(text) differs");

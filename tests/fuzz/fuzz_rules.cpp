@@ -8,56 +8,23 @@
 //         file must then be either untouched or the old text with whole
 //         merge-block rules inserted before its first end tag, and no
 //         temporary file may remain.
-// The data directory is drive T:, mapped once to a private temporary
-// directory, in memory where possible (this target is built only by the
-// POSIX fuzz preset).
-#include <stdlib.h>
-#include <unistd.h>
-
+// The data directory is drive T: of the scratch machine.
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
-#include <string_view>
 #include <vector>
 
+#include "FuzzMachine.h"
 #include "QzRuleFiles.h"
 #include "QzRuleTexts.h"
 #include "QzRuleTree.h"
-#include "QzTime.h"
+
+using FuzzMachine::Check;
 
 namespace {
 
-std::string g_hostDir;
 const QzString kDataDir("T:\\");
-
-void Fail(const char* what, std::string_view detail = {}) {
-    std::fprintf(stderr, "INVARIANT BROKEN: %s %.*s\n", what, static_cast<int>(detail.size()), detail.data());
-    std::abort();
-}
-
-void Check(bool ok, const char* what, std::string_view detail = {}) {
-    if (!ok) Fail(what, detail);
-}
-
-std::string ReadHost(const std::string& name) {
-    std::ifstream f(g_hostDir + "/" + name, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(f), {});
-}
-
-void WriteHost(const std::string& name, std::string_view text) {
-    std::filesystem::create_directories(std::filesystem::path(g_hostDir + "/" + name).parent_path());
-    std::ofstream(g_hostDir + "/" + name, std::ios::binary)
-        .write(text.data(), static_cast<std::streamsize>(text.size()));
-}
-
-void RemoveScratch() {
-    std::error_code ec;
-    std::filesystem::remove_all(g_hostDir, ec);
-}
 
 void FuzzParser(std::string_view in) {
     static QzRuleTree* tree = new QzRuleTree;
@@ -97,15 +64,15 @@ void FuzzParser(std::string_view in) {
 void FuzzMerge(std::string_view in) {
     const size_t nul = in.find('\0');
     const std::string_view editable = in.substr(0, nul);
-    WriteHost("qzexcluderules_editable.xml", editable);
+    FuzzMachine::WriteT("qzexcluderules_editable.xml", editable);
     if (nul == std::string_view::npos)
-        std::filesystem::remove(g_hostDir + "/qzreports/qzexcluderules_editable_mergelog.txt");
+        std::filesystem::remove(FuzzMachine::OnT("qzreports/qzexcluderules_editable_mergelog.txt"));
     else
-        WriteHost("qzreports/qzexcluderules_editable_mergelog.txt", in.substr(nul + 1));
+        FuzzMachine::WriteT("qzreports/qzexcluderules_editable_mergelog.txt", in.substr(nul + 1));
 
     const bool changed = QzRuleFiles::MergeEditableRuleBlocks(kDataDir);
-    const std::string after = ReadHost("qzexcluderules_editable.xml");
-    Check(!std::filesystem::exists(g_hostDir + "/qzexcluderules_editable.xml.tmp"),
+    const std::string after = FuzzMachine::ReadT("qzexcluderules_editable.xml");
+    Check(!std::filesystem::exists(FuzzMachine::OnT("qzexcluderules_editable.xml.tmp")),
           "a temporary file was left");
     if (!changed) {
         Check(after == editable, "the editable file changed although the merge said it did not");
@@ -144,23 +111,6 @@ void FuzzMerge(std::string_view in) {
 }
 
 }  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    // The merge step flushes what it writes; in memory that costs nothing.
-    char inMemory[] = "/dev/shm/qzfuzzrules.XXXXXX";
-    char onDisk[] = "/tmp/qzfuzzrules.XXXXXX";
-    const char* dir = ::mkdtemp(inMemory);
-    if (!dir) dir = ::mkdtemp(onDisk);
-    if (!dir) {
-        std::perror("mkdtemp");
-        std::abort();
-    }
-    g_hostDir = dir;
-    ::setenv("QZ_DRIVES", ("T=" + g_hostDir).c_str(), 1);
-    QzTime::SetSleepForTesting([](uint32_t) {});
-    std::atexit(RemoveScratch);
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 1 || size > (1u << 20)) return 0;
