@@ -193,12 +193,13 @@ private:
     uint64_t tail_ = 0;           // the path's last (up to) eight bytes, packed
     uint16_t tailHash_ = 0xFFFF;  // hash of the last four bytes; none for shorter paths
 
-    // The folder examined last: its bytes as given and folded, its words,
-    // its groups in array order, and per list (by id, valid while its stamp
-    // is the folder's) the rules that can still hold there. A folder is
-    // examined when a second path in a row lies in it; folderUsable_ is
-    // false until then, or when the folder alone cannot tell which groups
-    // match.
+    // The folder of the last path (folderRaw_) and, once examined, its bytes
+    // folded, the texts it holds, its groups in array order, and per list
+    // (by id, valid while its stamp is the current one) the rules that can
+    // still hold there. A folder is examined on the second path in a row
+    // that lies in it, or on the first once paths come folder by folder;
+    // folderUsable_ is false until then, or when the folder alone cannot
+    // tell which groups match.
     int32_t numLists_ = 0;
     int32_t folderLen_ = -1;
     bool folderPrepared_ = false, folderUsable_ = false;
@@ -209,7 +210,8 @@ private:
     std::vector<uint64_t> folderPresent_;            // per needle: it occurs in the folder
     std::vector<uint64_t> folderHeads_;              // per head: the folder ends with it
     std::vector<uint64_t> prevPresent_, prevHeads_;  // the same of the folder examined before
-    // The folder examined last, as given, and where in it texts were found.
+    // The folder examined last, as given (the next examined folder reuses
+    // what lies in the bytes they share), and where in it texts were found.
     std::vector<char> prepRaw_;
     int32_t prepLen_ = 0;
     struct Found {
