@@ -1,4 +1,5 @@
 // Building the rule index from the tree; see QzRuleIndex.h.
+#include <numeric>
 #include <string_view>
 #include <unordered_map>
 
@@ -84,7 +85,7 @@ void QzRuleIndex::IndexByLastGram(const std::vector<NeedleText>& texts, GramInde
     index->start.assign(kGramSize + 1, 0);
     for (const NeedleText& n : texts)
         if (n.len >= 4) ++index->start[Gram4(n.text + n.len - 4) + 1u];
-    for (int g = 0; g < kGramSize; ++g) index->start[g + 1u] += index->start[static_cast<size_t>(g)];
+    std::partial_sum(index->start.begin(), index->start.end(), index->start.begin());
     index->ids.resize(static_cast<size_t>(index->start[kGramSize]));
     std::vector<int32_t> fill(index->start.begin(), index->start.end() - 1);
     index->shortIds.clear();
@@ -209,7 +210,12 @@ void QzRuleIndex::BuildOrThrow(QzExcludeRuleNode* const* groups, int32_t numGrou
     extTable_.clear();
     groups_.assign(static_cast<size_t>(numGroups), Group{});
     starGroup_ = -1;
-    keyToBucket_.assign(65536, -1);
+    // The key table is filled once; a rebuild clears only the keys it set.
+    if (keyToBucket_.size() != 65536)
+        keyToBucket_.assign(65536, -1);
+    else
+        for (const uint16_t key : bucketKeys_) keyToBucket_[key] = -1;
+    bucketKeys_.clear();
     buckets_.clear();
     bucketGroups_.clear();
     trie_.clear();
@@ -276,9 +282,11 @@ void QzRuleIndex::BuildOrThrow(QzExcludeRuleNode* const* groups, int32_t numGrou
                                                                            : QzRuleTree::kMaxPrefixCompare;
         const auto k2 = static_cast<unsigned char>(prefix.text.Length() > 2 ? prefix.text[2] : 0);
         const auto k3 = static_cast<unsigned char>(prefix.text.Length() > 3 ? prefix.text[3] : 0);
-        int32_t& b = keyToBucket_[(static_cast<size_t>(k2) << 8) | k3];
+        const auto key = static_cast<uint16_t>((k2 << 8) | k3);
+        int32_t& b = keyToBucket_[key];
         if (b < 0) {
             b = static_cast<int32_t>(bucketLists.size());
+            bucketKeys_.push_back(key);
             bucketLists.emplace_back();
         }
         bucketLists[static_cast<size_t>(b)].push_back(gi);
