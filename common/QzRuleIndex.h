@@ -152,7 +152,7 @@ private:
     std::vector<Group> groups_;
     int32_t starGroup_ = -1;
     std::vector<int32_t> keyToBucket_;  // 65536 entries, -1 when no group has that key
-    std::vector<uint16_t> bucketKeys_;   // the keys that have a bucket
+    std::vector<uint16_t> bucketKeys_;  // the keys that have a bucket
     std::vector<Bucket> buckets_;
     std::vector<int32_t> bucketGroups_;
     std::vector<TrieNode> trie_;
