@@ -58,8 +58,19 @@ void QzRuleIndex::PrepareExtension() {
     const char* p = path_;
     int32_t start = len_;
     if (nameStart_ >= 0) {
-        // Within a folder the name holds no separator.
-        for (int32_t i = len_ - 1; i >= nameStart_; --i) {
+        // Within a folder the name holds no separator. Most extensions lie
+        // in the last eight bytes: one word tells where the last "." is.
+        int32_t i = len_ - 1;
+        if (kLittleEndian && len_ - 8 >= nameStart_) {
+            const uint64_t dots = BytesEqual(Load64(p + len_ - 8), '.');
+            if (dots) {
+                start = len_ - 8 + (63 - std::countl_zero(dots)) / 8 + 1;
+                i = -1;
+            } else {
+                i = len_ - 9;
+            }
+        }
+        for (; i >= nameStart_; --i) {
             if (p[i] == '.') {
                 start = i + 1;
                 break;

@@ -12,6 +12,7 @@
 // A rule ruled out for F cannot hold for any file of F; the others are
 // tested in full, in list order, so the answers stay those of the tree.
 #include <algorithm>
+#include <cstring>
 
 #include "QzRuleIndex.h"
 #include "QzRuleTree.h"
@@ -282,7 +283,10 @@ QzExcludeRuleNode* QzRuleIndex::FindExcludingRule(const char* path, int32_t len)
     // folder before had more paths in a row), as in a walk.
     const int32_t folderLen = FolderPartLength(path, len);
     if (folderLen >= 5) {
-        if (folderLen != folderLen_ || !SameBytes(path, folderRaw_.data(), folderLen)) {
+        // Paths of one folder come in a row: most calls compare the whole
+        // folder part, which the library's vectorised compare does fastest.
+        if (folderLen != folderLen_ ||
+            std::memcmp(path, folderRaw_.data(), static_cast<size_t>(folderLen)) != 0) {
             const bool walking = folderRun_ >= 2;
             folderLen_ = folderLen;
             folderRaw_.assign(path, path + folderLen);
