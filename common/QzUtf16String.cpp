@@ -37,12 +37,20 @@ int DecodeUtf8(const unsigned char* s, int32_t len, int32_t i, uint32_t* cp) {
 namespace QzUtf8 {
 bool IsValid(const char* s, int32_t len) {
     const auto* u = reinterpret_cast<const unsigned char*>(s);
+    constexpr uint64_t kHighBits = 0x8080808080808080ULL;
+    uint64_t eight;
     for (int32_t i = 0; i < len;) {
-        // Eight ASCII bytes at a time: most names are nothing else.
-        uint64_t eight;
-        if (i + 8 <= len && (std::memcpy(&eight, u + i, 8), (eight & 0x8080808080808080ULL) == 0)) {
-            i += 8;
-            continue;
+        // Eight ASCII bytes at a time: most names are nothing else. The last
+        // few are read as the text's last eight when there are that many.
+        if (i + 8 <= len) {
+            std::memcpy(&eight, u + i, 8);
+            if ((eight & kHighBits) == 0) {
+                i += 8;
+                continue;
+            }
+        } else if (len >= 8) {
+            std::memcpy(&eight, u + len - 8, 8);
+            if ((eight & kHighBits) == 0) return true;
         }
         if (u[i] < 0x80) {
             ++i;
