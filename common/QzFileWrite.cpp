@@ -13,6 +13,7 @@ namespace QzFile {
 namespace {
 // Appends at least this large are written behind (see FutureFile::Append).
 constexpr int64_t kWriteBehindMinBytes = 1 << 20;
+constexpr int64_t kWriteBehindSliceBytes = 4 << 20;
 
 int64_t g_crashStep = 0;
 int64_t g_stepsDone = 0;
@@ -166,23 +167,29 @@ bool FutureFile::Create(const char* header, int64_t len) {
 bool FutureFile::Append(const char* data, int64_t len) {
     if (len <= 0) return true;
     if (!OpenForAppend()) return false;
-    bool ok = WriteAll(handle_, data, len, "append", future_.c_str());
-    if (ok && writeThrough_) ok = FlushDurably(handle_, future_.c_str());
-    if (!ok) {
-        end_ = -1;  // a short write leaves the end unknown: no more write-behind
-    } else if (end_ >= 0) {
-        end_ += len;
-        // A large append (a list's buffer) starts its own write-back and
-        // settles the one before, which has had a whole buffer's time to
-        // reach the disk; the file's pages are recycled instead of piling up
-        // in the cache, and closing has little left to flush.
-        if (len >= kWriteBehindMinBytes && !writeThrough_) {
+    // A large append (a list's buffer) is written in slices of a few MiB,
+    // each starting its own write-back and settling the slice before it:
+    // only a few MiB of the file stay in the cache at a time, their pages
+    // are recycled for the next slices, and closing has little left to flush.
+    const bool behind = len >= kWriteBehindMinBytes && !writeThrough_ && end_ >= 0;
+    const int64_t slice = behind ? kWriteBehindSliceBytes : len;
+    for (int64_t done = 0; done < len;) {
+        const int64_t n = len - done < slice ? len - done : slice;
+        bool ok = WriteAll(handle_, data + done, n, "append", future_.c_str());
+        if (ok && writeThrough_) ok = FlushDurably(handle_, future_.c_str());
+        if (!ok) {
+            end_ = -1;  // a short write leaves the end unknown: no more write-behind
+            return false;
+        }
+        done += n;
+        if (end_ >= 0) end_ += n;
+        if (behind) {
             QzOs::WriteBehind(handle_, cachedFrom_, startedTo_, end_);
             cachedFrom_ = startedTo_;
             startedTo_ = end_;
         }
     }
-    return ok;
+    return true;
 }
 
 bool FutureFile::Flush() {
