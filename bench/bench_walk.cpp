@@ -1,7 +1,7 @@
 // The scan benchmark's baseline: the least a walker can do to write the same
 // file list lines as the program - readdir and one fstatat per entry, depth
 // first in listing order, into one large buffer.
-//   bench_walk ROOT DRIVE_LETTER OUT_FILE
+//   bench_walk ROOT DRIVE_LETTER OUT_FILE [--replace]
 // ROOT is the host directory of the volume, DRIVE_LETTER the letter it is
 // mapped to; paths in the list are in Windows form ("D:\Users\x.txt"). Like
 // the program it leaves out the system folders that are never entries of the
@@ -143,13 +143,17 @@ void Walk(int parentFd, const char* name, const std::string& winPath, int level)
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 4 || !std::isalpha(static_cast<unsigned char>(argv[2][0]))) {
-        std::fprintf(stderr, "usage: bench_walk ROOT DRIVE_LETTER OUT_FILE\n");
+    const bool replace = argc == 5 && std::strcmp(argv[4], "--replace") == 0;
+    if ((argc != 4 && !replace) || !std::isalpha(static_cast<unsigned char>(argv[2][0]))) {
+        std::fprintf(stderr, "usage: bench_walk ROOT DRIVE_LETTER OUT_FILE [--replace]\n");
         return 2;
     }
-    g_outFd = ::open(argv[3], O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    // --replace: write OUT_FILE.tmp and rename it over OUT_FILE at the end, so
+    // the previous file stays whole until then (as the program keeps its lists).
+    const std::string out = replace ? std::string(argv[3]) + ".tmp" : std::string(argv[3]);
+    g_outFd = ::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     if (g_outFd < 0) {
-        std::perror(argv[3]);
+        std::perror(out.c_str());
         return 1;
     }
     g_out.reserve(kFlushBytes + (1u << 20));
@@ -166,5 +170,9 @@ int main(int argc, char** argv) {
     Walk(-1, argv[1], root, 0);
     Flush();
     ::close(g_outFd);
+    if (replace && ::rename(out.c_str(), argv[3]) != 0) {
+        std::perror(argv[3]);
+        return 1;
+    }
     return 0;
 }

@@ -5,6 +5,9 @@ system volume, times in the same run
   - the program's urgent scan (qzfilelist -urgent_refresh_all) on a sample
     machine whose one selected volume, D:, is the tree;
   - bench_walk, the baseline: readdir + fstatat writing the same list lines;
+  - the same walker writing a new file and renaming it over the old one, as
+    the program keeps its previous list whole until the new one is complete
+    (shown for comparison; the targets use the plain baseline);
   - find ROOT -type f -printf '%T@\\t%s\\t%p\\n' > file;
 
 and reports wall-time medians, their ratios, peak resident memory
@@ -125,6 +128,9 @@ def bench_size(exe, walk, work, tree, files, rounds):
     tools = {
         "program": ([exe, "-urgent_refresh_all"], m.env, None),
         "baseline": ([walk, tree, "D", base_out], None, None),
+        # For comparison only: the baseline keeping its previous file whole
+        # until the new one is complete, as the program must.
+        "replacing": ([walk, tree, "D", base_out + ".r", "--replace"], None, None),
         "find": (["find", tree, "-type", "f", "-printf", "%T@\t%s\t%p\n"], None, find_out),
     }
     # One untimed run of each warms the cache (and gives the program its lists).
@@ -136,7 +142,7 @@ def bench_size(exe, walk, work, tree, files, rounds):
     rss = {name: 0 for name in tools}
     order = list(tools)
     for r in range(rounds):
-        for name in order[r % 3:] + order[:r % 3]:  # rotate so no tool always runs first
+        for name in order[r % len(order):] + order[:r % len(order)]:  # rotate so no tool always runs first
             cmd, env, out = tools[name]
             wall, kib = measure(cmd, env, out)
             walls[name].append(wall)
@@ -171,10 +177,11 @@ def main():
         med, rss, same = bench_size(exe, walk, a.work, tree, files, a.rounds)
         results[files] = (med, rss)
         print(f"\n== {files} files, median of {a.rounds} rounds (warm cache)")
-        for name in ("program", "baseline", "find"):
+        for name in ("program", "baseline", "replacing", "find"):
             print(f"  {name:9s} {med[name]:8.3f} s   peak RSS {rss[name] / 1024:7.1f} MiB")
         print(f"  program / baseline = {med['program'] / med['baseline']:.3f}   "
-              f"program / find = {med['program'] / med['find']:.3f}")
+              f"program / find = {med['program'] / med['find']:.3f}   "
+              f"program / replacing baseline = {med['program'] / med['replacing']:.3f}")
         print(f"  list check: {same[0]} file lines, {same[1]} only in the program's list, "
               f"{same[2]} only in the baseline's")
 
