@@ -285,8 +285,8 @@ void QzRuleIndex::BuildOrThrow(QzExcludeRuleNode* const* groups, int32_t numGrou
         const auto key = static_cast<uint16_t>((k2 << 8) | k3);
         int32_t& b = keyToBucket_[key];
         if (b < 0) {
+            bucketKeys_.push_back(key);  // first: a build that fails later leaves no key uncleared
             b = static_cast<int32_t>(bucketLists.size());
-            bucketKeys_.push_back(key);
             bucketLists.emplace_back();
         }
         bucketLists[static_cast<size_t>(b)].push_back(gi);
