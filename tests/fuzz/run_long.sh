@@ -6,7 +6,10 @@
 # QZ_FUZZ_BIN names another folder of targets (a copy, so that a rebuild does
 # not replace a binary under a long run). QZ_FUZZ_JOBS=N shares a target's
 # runs among N processes on one corpus (each takes up the others' finds), one
-# per core; the line gives their sum.
+# per core; the line gives their sum. Inputs are scheduled by their speed as
+# well as by their finds: otherwise a corpus drifts towards its slowest inputs
+# (a grep over a large file, a settings file full of rules) and a long run
+# slows to a third of its first rate.
 #   tests/fuzz/run_long.sh [runs] [target ...]
 set -u
 cd "$(dirname "$0")/../.."
@@ -32,7 +35,7 @@ for t in "${targets[@]}"; do
     log="$out/fuzz_$t.log"
     [ "$jobs" -gt 1 ] && log="$out/fuzz_$t.$j.log"
     UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 "$bin/fuzz_$t" -runs=$(( (runs + jobs - 1) / jobs )) -max_len=4096 \
-      -rss_limit_mb=2048 -timeout=10 -print_final_stats=1 -artifact_prefix="$out/fuzz_$t-" "$corpus" >"$log" 2>&1 &
+      -rss_limit_mb=2048 -timeout=10 -entropic_scale_per_exec_time=1 -print_final_stats=1 -artifact_prefix="$out/fuzz_$t-" "$corpus" >"$log" 2>&1 &
     pids+=($!)
   done
   for p in "${pids[@]}"; do wait "$p" || rc=$?; done
