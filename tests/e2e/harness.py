@@ -420,15 +420,15 @@ class Machine:
         return next((i for i, msg in enumerate(self.log_messages()) if re.match(pattern, msg)), None)
 
     # ---- files ----
+    def owned_roots(self):
+        """The install and data folders and every drive but C:, as host paths."""
+        return [self.c("ProgramData\\Korvatine"), self.c("Program Files\\Korvatine")] + \
+            [d for l, (d, _) in self.drives.items() if l != "C"]
+
     def snapshot(self):
         """Every file and folder on this machine's drives that the test owns, as host paths."""
-        if self.platform == "wine":
-            roots = [self.c("ProgramData\\Korvatine"), self.c("Program Files\\Korvatine")]
-            roots += [d for l, (d, _) in self.drives.items() if l != "C"]
-        else:
-            roots = [self.root]
         found = set()
-        for r in roots:
+        for r in self.owned_roots() if self.platform == "wine" else [self.root]:
             for dirpath, dirnames, filenames in os.walk(r):
                 found.update(os.path.join(dirpath, n) for n in dirnames + filenames)
         return found
