@@ -40,9 +40,7 @@ def scan_machine(m, letters="D", settings='excludefiletypes="bak" max_filesize_m
     dirs, vols = [], ""
     for letter in letters:
         d = m.drives[letter][0] if letter in m.drives else m.map_drive(letter)
-        write(os.path.join(d, ".qzvol", "qzvol_id.xml"),
-              '<?xml version="1.0" encoding="UTF-8" ?>\n<contents>\n<readme txt="x" />\n'
-              f'<qzvolume vguid="{vguid(letter)}" associated_hguid="{HGUID}" />\n</contents>\n')
+        m.mark(d, vguid(letter), HGUID)
         dirs.append(d)
         vols += f'<qzvolume qzVolumeGuid="{vguid(letter)}" mountPointPath="{letter}:\\" />\n'
     m.write_qzinfo('<?xml version="1.0" encoding="UTF-8" ?>\n<contents>\n'

@@ -34,10 +34,7 @@ def machine(m, fixed=("D", "E"), empty=(), datadir=None):
     for letter in fixed:
         write(os.path.join(m.map_drive(letter), "file.txt"), "content")
     for letter in empty:
-        # Only the folders Windows puts on every drive: the volume counts as empty.
-        root = m.map_drive(letter)
-        for folder in ("$RECYCLE.BIN", "System Volume Information"):
-            os.makedirs(os.path.join(root, folder))
+        m.map_empty_drive(letter)
 
 
 def data(m, *parts):
@@ -82,12 +79,6 @@ def registry_entry(guid, mount, seen, type_code="gm", plain=False):
 def write_registry(m, last, entries, extra=""):
     write(data(m, "qzvolumes.xml"),
           XML_HEAD + f'<qzvol_metadata lastAssignedQzVolShortId="{last}"{extra} />\n' + "".join(entries) + "</contents>\n")
-
-
-def settings(m, volumes):
-    m.write_qzinfo('<?xml version="1.0" encoding="UTF-8"?>\n<qzinfo>\n<hard_drives_to_backup>\n' +
-                   "".join(f'<qzvolume qzVolumeGuid="{g}" mountPointPath="{p}" />\n' for g, p in volumes) +
-                   "</hard_drives_to_backup>\n</qzinfo>\n")
 
 
 def pushed(m, guid, when):
@@ -209,11 +200,10 @@ def test_refresh_keeps_history_reads_plain_mount_points_and_rebuilds_a_damaged_f
 def test_foreign_and_cloned_markers_leave_the_selection_and_the_registry_alone(m):
     machine(m, fixed=("D", "E", "F"))
     e = assign(m, "E:\\")
-    settings(m, [(e, "E:\\")])
+    m.select_volumes((e, "E:\\"))
     selection = read(data(m, "qzinfo.xml"))
     theirs = "v0090123456789ab0123456789ab"
-    write(m.host_path("D:\\.qzvol\\qzvol_id.xml"), XML_HEAD + '<readme txt="x" />\n'
-          f'<qzvolume vguid="{theirs}" associated_hguid="{OTHER_HGUID}" />\n</contents>\n')
+    m.mark(m.host_path("D:\\"), theirs, OTHER_HGUID)
     shutil.copytree(m.host_path("E:\\.qzvol"), m.host_path("F:\\.qzvol"))  # E cloned onto F
     for _ in range(2):
         m.run("-update_qzvolumes_xml")
@@ -279,7 +269,7 @@ def test_listvolumes_labels_and_state_summary(m):
     c, d, e = assign(m, "C:\\"), assign(m, "D:\\"), assign(m, "E:\\")
     check(os.path.exists(data(m, "qzvol_system_volume", "qzvol_id.xml")), "system volume marker not in the data dir")
     x = "v0200123456789ab0123456789ab"
-    settings(m, [(c, "C:\\"), (d, "D:\\"), (x, "X:\\")])
+    m.select_volumes((c, "C:\\"), (d, "D:\\"), (x, "X:\\"))
     r = m.run("-listvolumes")
     check_eq(r.stdout,
              f"\nSummaryLine: selected=3 attached=4 unplugged=1 | SEL C:\\ {c} attached system | SEL D:\\ {d} attached"
