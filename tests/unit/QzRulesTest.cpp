@@ -47,14 +47,9 @@ std::string RuleFile(const std::string& rules) {
 
 constexpr int64_t kNoLimit = 4000LL << 20;
 
-class QzRulesTest : public ::testing::Test {
+// The rule files live in the fresh machine's data directory.
+class QzRulesTest : public QzTest::MachineTest {
 protected:
-    void SetUp() override {
-        dir_ = QzTest::NewScratchSubdir("data");
-        QzTest::OpenScratchLog("rulelog");
-    }
-    void TearDown() override { QzLog::Close(); }
-
     bool Parse(const std::string& text, const char* dataSet = "test_rules") {
         const QzString xml(text.c_str(), static_cast<int32_t>(text.size()));
         return tree_.ParseExcludeFileNameRules(&xml, dataSet);
@@ -71,11 +66,9 @@ protected:
     QzString Mandatory() const { return QzRuleFiles::MandatoryPath(dir_); }
     void Write(const QzString& path, const std::string& text) { ASSERT_TRUE(QzTest::WriteFile(path, text)); }
     void WriteQzInfo(const std::string& text) { Write(QzRuleFiles::QzInfoPath(dir_), text); }
-    static bool Logged(const std::string& text) { return QzTest::Logged(text); }
 
-    QzString dir_;
+    const QzString dir_ = QzFile::GetDataDir();
     QzRuleTree tree_;
-    QzTest::CountedPauses pauses_;
 };
 
 }  // namespace
