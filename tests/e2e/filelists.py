@@ -6,7 +6,7 @@ terms. Paths are host strings (undecodable bytes kept as surrogates)."""
 import os
 import re
 
-from harness import check, check_eq, write
+from harness import check, check_eq
 
 HGUID = "0123456789abcdef01234567"
 VIRTUAL = {"QZ_TEST_VIRTUAL_TIME": "1"}  # pauses return at once and move the program's clock instead
