@@ -6,9 +6,11 @@ terms. Paths are host strings (undecodable bytes kept as surrogates)."""
 import os
 import re
 
-from harness import check, write
+from harness import check, check_eq
 
 HGUID = "0123456789abcdef01234567"
+VIRTUAL = {"QZ_TEST_VIRTUAL_TIME": "1"}  # pauses return at once and move the program's clock instead
+MARKER = "\\.qzvol\\"  # the run writes its wake-up files into the marker folder as it walks
 HEADER_RE = re.compile(r"^# GmtMillisThisListWasStarted: ([0-9a-f]{16}), GmtDateTime: \d{14}$")
 FILE_RE = re.compile(r"^([fs])\t([0-9a-f]{16})\t(\d+)\t(.+)$", re.S)
 # The folders never made top-level entries (first and second level), compared
@@ -38,9 +40,7 @@ def scan_machine(m, letters="D", settings='excludefiletypes="bak" max_filesize_m
     dirs, vols = [], ""
     for letter in letters:
         d = m.drives[letter][0] if letter in m.drives else m.map_drive(letter)
-        write(os.path.join(d, ".qzvol", "qzvol_id.xml"),
-              '<?xml version="1.0" encoding="UTF-8" ?>\n<contents>\n<readme txt="x" />\n'
-              f'<qzvolume vguid="{vguid(letter)}" associated_hguid="{HGUID}" />\n</contents>\n')
+        m.mark(d, vguid(letter), HGUID)
         dirs.append(d)
         vols += f'<qzvolume qzVolumeGuid="{vguid(letter)}" mountPointPath="{letter}:\\" />\n'
     m.write_qzinfo('<?xml version="1.0" encoding="UTF-8" ?>\n<contents>\n'
@@ -70,6 +70,24 @@ def list_path(m, letter="D"):
 def leftover_futures(m):
     d = list_dir(m)
     return sorted(n for n in os.listdir(d) if n.endswith((".future", ".future_aside"))) if os.path.isdir(d) else []
+
+
+def scan(m, *args, timeout=120):
+    """A scan in virtual time, which must succeed and leave no growing file."""
+    r = m.run(*args, env=VIRTUAL, timeout=timeout)
+    check_eq(r.rc, 0, f"exit code of a scan {list(args)}: {r.stderr[-300:]!r}")
+    check_eq(leftover_futures(m), [], "future files left")
+    return r
+
+
+def age_locks(m):
+    """The next run comes later: a dead run's locks (the scan's, three hours;
+    the registry's, two minutes) are stale by then."""
+    for root in m.owned_roots():
+        for dirpath, _, names in os.walk(root):
+            for p in (os.path.join(dirpath, n) for n in names if n.endswith((".lck", ".lock"))):
+                old = os.path.getmtime(p) - 4 * 3600
+                os.utime(p, (old, old))
 
 
 def parse_list(data):
@@ -175,9 +193,8 @@ def tree_files(host_root, letter, ignore=()):
     return {p: (mt, size) for _, _, files in tree_blocks(host_root, letter, ignore) for _, mt, size, p in files}
 
 
-def check_list(m, host_root, letter="D", ignore=("\\.qzvol\\",)):
-    """The volume's list is well formed and names every file of its tree once
-    (the run writes its wake-up files into the marker folder as it walks)."""
+def check_list(m, host_root, letter="D", ignore=(MARKER,)):
+    """The volume's list is well formed and names every file of its tree once."""
     _, blocks = read_list(m, letter)
     compare_with_tree({p: v for p, v in listed(blocks).items() if not any(s in p for s in ignore)},
                       tree_files(host_root, letter, ignore), f"{letter}: list")

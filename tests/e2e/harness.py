@@ -72,6 +72,12 @@ def read(path):
         return f.read()
 
 
+def marker_xml(vguid, hguid, readme="x"):
+    """The text of a volume marker, .qzvol\\qzvol_id.xml."""
+    return ('<?xml version="1.0" encoding="UTF-8" ?>\n<contents>\n'
+            f'<readme txt="{readme}" />\n<qzvolume vguid="{vguid}" associated_hguid="{hguid}" />\n</contents>\n')
+
+
 def gmt_now():
     return datetime.datetime.now(datetime.timezone.utc)
 
@@ -267,6 +273,19 @@ class Machine:
                                        if k != "fixed"})
         return d
 
+    def map_empty_drive(self, letter):
+        """A drive holding only the folders Windows puts on every drive: an empty volume."""
+        d = self.map_drive(letter)
+        for folder in ("$RECYCLE.BIN", "System Volume Information"):
+            os.makedirs(os.path.join(d, folder))
+        return d
+
+    def mark(self, host_dir, vguid, hguid, readme="x"):
+        """Puts a volume marker on the drive at host_dir; returns its path."""
+        path = os.path.join(host_dir, ".qzvol", "qzvol_id.xml")
+        write(path, marker_xml(vguid, hguid, readme))
+        return path
+
     def qz_drives(self):
         return ";".join(f"{l}={d}" + ("" if k == "fixed" else f"|{k}")
                         for l, (d, k) in sorted(self.drives.items()))
@@ -301,6 +320,12 @@ class Machine:
         path = os.path.join(self.make_datadir(), "qzinfo.xml")
         write(path, text)
         return path
+
+    def select_volumes(self, *volumes):
+        """qzinfo.xml selecting these (volume GUID, mount point) pairs for backup."""
+        self.write_qzinfo('<?xml version="1.0" encoding="UTF-8" ?>\n<contents>\n<hard_drives_to_backup>\n' +
+                          "".join(f'<qzvolume qzVolumeGuid="{g}" mountPointPath="{p}" />\n' for g, p in volumes) +
+                          "</hard_drives_to_backup>\n</contents>\n")
 
     def disable_buffering(self):
         path = os.path.join(self.make_datadir(), "qzfilelists", "qzfilelistdisablebuffering.txt")
@@ -420,15 +445,15 @@ class Machine:
         return next((i for i, msg in enumerate(self.log_messages()) if re.match(pattern, msg)), None)
 
     # ---- files ----
+    def owned_roots(self):
+        """The install and data folders and every drive but C:, as host paths."""
+        return [self.c("ProgramData\\Korvatine"), self.c("Program Files\\Korvatine")] + \
+            [d for l, (d, _) in self.drives.items() if l != "C"]
+
     def snapshot(self):
         """Every file and folder on this machine's drives that the test owns, as host paths."""
-        if self.platform == "wine":
-            roots = [self.c("ProgramData\\Korvatine"), self.c("Program Files\\Korvatine")]
-            roots += [d for l, (d, _) in self.drives.items() if l != "C"]
-        else:
-            roots = [self.root]
         found = set()
-        for r in roots:
+        for r in self.owned_roots() if self.platform == "wine" else [self.root]:
             for dirpath, dirnames, filenames in os.walk(r):
                 found.update(os.path.join(dirpath, n) for n in dirnames + filenames)
         return found

@@ -11,8 +11,8 @@ import shutil
 import subprocess
 
 from harness import check, write
-from filelists import list_name, put, scan_machine, vguid
-from test_scan import VT, sample_tree
+from filelists import VIRTUAL, age_locks, list_name, put, scan_machine, vguid
+from test_scan import sample_tree
 
 CRASH = 86
 # Names a reader never opens: temporaries, growing files, set-aside copies, the
@@ -37,15 +37,10 @@ IN_BETWEEN = {
 }
 
 
-def owned_roots(m):
-    roots = [m.c("ProgramData\\Korvatine"), m.c("Program Files\\Korvatine")]
-    return roots + [d for letter, (d, _) in m.drives.items() if letter != "C"]
-
-
 def files(m):
     """Every file a reader may open, host path -> bytes."""
     out = {}
-    for root in owned_roots(m):
+    for root in m.owned_roots():
         for dirpath, _, names in os.walk(root):
             for n in names:
                 p = os.path.join(dirpath, n)
@@ -57,7 +52,7 @@ def files(m):
 
 
 def leftovers(m):
-    return sorted(p for root in owned_roots(m) for dirpath, _, names in os.walk(root) for p in
+    return sorted(p for root in m.owned_roots() for dirpath, _, names in os.walk(root) for p in
                   (os.path.join(dirpath, n) for n in names) if WORK_NAME.search(p) and not NOT_LEFTOVER.search(p))
 
 
@@ -71,23 +66,11 @@ def norm(data):
 
 def save(m, where, back=False):
     """Copies the machine's folders to `where`, or back from there."""
-    for i, root in enumerate(owned_roots(m)):
+    for i, root in enumerate(m.owned_roots()):
         src, dst = (os.path.join(where, str(i)), root) if back else (root, os.path.join(where, str(i)))
         shutil.rmtree(dst, ignore_errors=True)
         # cp keeps the large files sparse; a plain copy would write 500 MB each time.
         subprocess.run(["cp", "-a", "--sparse=always", src, dst], check=True)
-
-
-def age_lock(m):
-    """The next run comes later: a dead run's locks (the scan's, three hours;
-    the registry's, two minutes) are stale by then."""
-    for root in owned_roots(m):
-        for dirpath, _, names in os.walk(root):
-            for n in names:
-                if n.endswith((".lck", ".lock")):
-                    p = os.path.join(dirpath, n)
-                    old = os.path.getmtime(p) - 4 * 3600
-                    os.utime(p, (old, old))
 
 
 def crash_every_step(m, args, must_hit, in_between=()):
@@ -97,14 +80,14 @@ def crash_every_step(m, args, must_hit, in_between=()):
     os.makedirs(start, exist_ok=True)
     save(m, start)
     old_state = files(m)
-    reference = m.run(*args, env=VT)
+    reference = m.run(*args, env=VIRTUAL)
     check(reference.rc != CRASH, f"uninterrupted run: {reference}")
     new_state = {p: norm(d) for p, d in files(m).items()}
     new_leftovers = leftovers(m)
     hit = []
     for step in range(1, 400):
         save(m, start, back=True)
-        r = m.run(*args, env=dict(VT, QZ_TEST_CRASH_AT_STEP=str(step)))
+        r = m.run(*args, env=dict(VIRTUAL, QZ_TEST_CRASH_AT_STEP=str(step)))
         if r.rc != CRASH:
             check(step > 1, f"the run never reached a durable step: {r}")
             break
@@ -120,8 +103,8 @@ def crash_every_step(m, args, must_hit, in_between=()):
                   f"{where}: {p} is neither its old nor a complete new text: {data[:300]!r}")
         for p in old_state:
             check(os.path.exists(p) or p not in new_state, f"{where}: {p} disappeared")
-        age_lock(m)
-        m.run(*args, env=VT)
+        age_locks(m)
+        m.run(*args, env=VIRTUAL)
         repaired = {p: norm(d) for p, d in files(m).items()}
         for p in sorted(set(repaired) | set(new_state)):
             if os.path.basename(p) in in_between:
@@ -155,8 +138,8 @@ def test_crash_points_of_a_first_scan(m):
 def test_crash_points_of_a_scan_that_replaces_the_lists(m):
     d, = scan_machine(m)
     sample_tree(d, symlinks=False)
-    check(m.run(env=VT).rc == 0, "first scan")
-    age_lock(m)
+    check(m.run(env=VIRTUAL).rc == 0, "first scan")
+    age_locks(m)
     put(os.path.join(d, "Users", "bob", "new.doc"), 5)
     crash_every_step(m, [], ["topdirs.xml", "filestats.xml", "bigfilelist.dat", list_name("D")])
 

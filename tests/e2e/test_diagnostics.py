@@ -2,7 +2,6 @@
 operating system, clock and locale."""
 
 import datetime
-import re
 
 from harness import check, check_eq, check_match, gmt_now
 

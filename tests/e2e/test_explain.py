@@ -8,8 +8,7 @@ import re
 import time
 
 from harness import check, check_eq, write
-from filelists import list_dir, listed, put, read_list, scan_machine
-from test_scan import VT
+from filelists import VIRTUAL, list_dir, listed, put, read_list, scan_machine
 
 MIB = 1 << 20
 EDITABLE = ('<?xml version="1.0" encoding="UTF-8" ?> \n\n<qzexclusions>\n<!-- a comment\n over two lines -->\n'
@@ -68,7 +67,7 @@ def test_explanations_agree_with_the_scan_and_name_each_cause(m):
     s, _ = explain(m, "D:\\Users\\bob\\notes.txt")
     check_eq((s["Verdict"], s["OnCurrentList"]), ("SELECTED_NOT_LISTED_YET", "no_list"), "before a scan")
 
-    check_eq(m.run(env=VT).rc, 0, "scan")
+    check_eq(m.run(env=VIRTUAL).rc, 0, "scan")
     on_list = listed(read_list(m)[1])
     with open(os.path.join(list_dir(m), "bigfilelist.dat"), encoding="utf-8") as f:
         big = {line.split("\t")[2]: line[0] for line in f.read().splitlines()}

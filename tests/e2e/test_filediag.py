@@ -3,7 +3,6 @@ grep. Each runs the real program on a prepared drive and compares its output
 with the exact texts support engineers read."""
 
 import os
-import re
 import struct
 
 from harness import check, check_eq, check_match, peek, write

@@ -8,12 +8,11 @@ the program in -open_file_exclusive."""
 import os
 import time
 
+from filelists import VIRTUAL
 from harness import check, check_eq, read, write
 from test_registry import (DEFCON_NOT_ACTIONABLE, assign, data, defcon_record, defcon_text, machine, now_ms,
                            pushed, registry, registry_entry, update_defcon)
 
-# Pauses return at once and move the program's clock instead.
-FAST = {"QZ_TEST_VIRTUAL_TIME": "1"}
 ASSIGN_REFUSED = "FALSE: assign problem, probably could not write to: {}\n"
 
 
@@ -23,9 +22,9 @@ def test_held_marker_keeps_the_volume_identity(m):
     marker = m.host_path("D:\\.qzvol\\qzvol_id.xml")
     before = (read(marker), registry(m))
     with m.hold("D:\\.qzvol\\qzvol_id.xml"):
-        r = m.run("-assignvolumeguid", "D:\\", env=FAST)
+        r = m.run("-assignvolumeguid", "D:\\", env=VIRTUAL)
         check_eq(r.stdout, ASSIGN_REFUSED.format("D:\\"), "verdict while the marker is held")
-        m.run("-update_qzvolumes_xml", env=FAST)
+        m.run("-update_qzvolumes_xml", env=VIRTUAL)
     check_eq((read(marker), registry(m)), before, "marker and registry")
     check(m.logged("qzvol_id.xml exists but could not be read, so not replacing it"), "no refusal line")
     check_eq(m.run("-assignvolumeguid", "D:\\").stdout, f"TRUE: Already had existing vGuid: {d}\n", "afterwards")
@@ -39,9 +38,9 @@ def test_held_registry_changes_nothing_and_hands_out_no_short_id(m):
     text = text.replace("</contents>\n", registry_entry(x, "X:\\", 5, plain=True) + "</contents>\n")
     write(data(m, "qzvolumes.xml"), text)
     with m.hold(m.datadir_win + "qzvolumes.xml"):
-        check_eq(m.run("-assignvolumeguid", "E:\\", env=FAST).stdout, ASSIGN_REFUSED.format("E:\\"),
+        check_eq(m.run("-assignvolumeguid", "E:\\", env=VIRTUAL).stdout, ASSIGN_REFUSED.format("E:\\"),
                  "verdict while the registry is held")
-        m.run("-update_qzvolumes_xml", env=FAST)
+        m.run("-update_qzvolumes_xml", env=VIRTUAL)
     check_eq(read(data(m, "qzvolumes.xml")), text, "registry")
     check(not os.path.exists(m.host_path("E:\\.qzvol\\qzvol_id.xml")), "E: was marked without a registry entry")
     check(m.logged("qzvolumes.xml is held by another program, so leaving it as it was"), "no refresh line")
@@ -70,7 +69,7 @@ def test_alert_update_keeps_the_previous_file_when_its_inputs_are_missing_malfor
     check_eq(read(data(m, "qzreports", "qzdefcon.xml")), previous, "previous qzdefcon.xml")
     os.remove(data(m, "qzfilelists", f"{d}_c____filelist.dat"))
     with m.hold(m.datadir_win + stats):
-        m.run("-update_qzdefcon_xml", env=FAST)
+        m.run("-update_qzdefcon_xml", env=VIRTUAL)
     check_eq(read(data(m, "qzreports", "qzdefcon.xml")), previous, "alert levels after the held statistics")
     check(m.logged("qzstat_pervol_latest_file.xml exists but could not be read, so bailing out of defcon "
                     "calculations"), "no bail-out line")
@@ -85,7 +84,7 @@ def test_registry_lock_is_waited_for_and_broken_only_when_stale(m):
     before = read(data(m, "qzvolumes.xml"))
     lock = data(m, "qzvolumes.xml.lock")
     write(lock, "")
-    check_eq(m.run("-assignvolumeguid", "E:\\", env=FAST).stdout, ASSIGN_REFUSED.format("E:\\"), "live lock")
+    check_eq(m.run("-assignvolumeguid", "E:\\", env=VIRTUAL).stdout, ASSIGN_REFUSED.format("E:\\"), "live lock")
     check_eq(read(data(m, "qzvolumes.xml")), before, "registry under a live lock")
     check(m.logged("could not get the qzvolumes.xml lock, so leaving qzvolumes.xml as it was"), "no lock line")
     os.utime(lock, (time.time() - 3600, time.time() - 3600))  # its holder died an hour ago

@@ -8,7 +8,7 @@ import os
 import re
 
 from harness import check, check_eq
-from filelists import list_path, scan_machine
+from filelists import VIRTUAL, list_path, scan_machine
 
 LENGTHS = (259, 260, 261, 32000, 32767)
 SEGMENT = 200  # characters of a folder name (hosts allow 255 bytes)
@@ -114,7 +114,7 @@ def test_scan_lists_files_at_the_edge_lengths(m):
     made = {length: make(m, long_path(length, "s.txt")) for length in LENGTHS}
     for length in (259, 260, 261):
         check(made[length], f"could not create a {length}-unit path")
-    r = m.run(env={"QZ_TEST_VIRTUAL_TIME": "1"}, timeout=300)
+    r = m.run(env=VIRTUAL, timeout=300)
     check_eq(r.rc, 0, "scan exit code")
     with open(list_path(m), encoding="utf-8") as f:
         listed = {line.split("\t")[3] for line in f.read().splitlines() if line.startswith("f\t")}

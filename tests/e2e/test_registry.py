@@ -1,6 +1,7 @@
 """The volume registry, the alert levels and their switches: -assignvolumeguid,
 -update_qzvolumes_xml, -update_qzdefcon_xml, -listvolumes, -listvolumestofile,
-run on real drive trees; the files they leave are compared whole."""
+run on real drive trees; the files they leave are compared whole. A volume
+that changes its drive letter is followed in the registry and the selection."""
 
 import datetime
 import os
@@ -33,19 +34,7 @@ def machine(m, fixed=("D", "E"), empty=(), datadir=None):
     for letter in fixed:
         write(os.path.join(m.map_drive(letter), "file.txt"), "content")
     for letter in empty:
-        # Only the folders Windows puts on every drive: the volume counts as empty.
-        root = m.map_drive(letter)
-        for folder in ("$RECYCLE.BIN", "System Volume Information"):
-            os.makedirs(os.path.join(root, folder))
-
-
-def move_drive(m, old, new):
-    """The volume mapped at `old` is unplugged and comes back as `new`."""
-    host, kind = m.drives.pop(old)
-    m.drives[new] = (host, kind)
-    if m.platform == "wine":
-        os.unlink(os.path.join(m.wine.dosdevices, old.lower() + ":"))
-        m.wine.map_drive(new, host)
+        m.map_empty_drive(letter)
 
 
 def data(m, *parts):
@@ -90,12 +79,6 @@ def registry_entry(guid, mount, seen, type_code="gm", plain=False):
 def write_registry(m, last, entries, extra=""):
     write(data(m, "qzvolumes.xml"),
           XML_HEAD + f'<qzvol_metadata lastAssignedQzVolShortId="{last}"{extra} />\n' + "".join(entries) + "</contents>\n")
-
-
-def settings(m, volumes):
-    m.write_qzinfo('<?xml version="1.0" encoding="UTF-8"?>\n<qzinfo>\n<hard_drives_to_backup>\n' +
-                   "".join(f'<qzvolume qzVolumeGuid="{g}" mountPointPath="{p}" />\n' for g, p in volumes) +
-                   "</hard_drives_to_backup>\n</qzinfo>\n")
 
 
 def pushed(m, guid, when):
@@ -217,11 +200,10 @@ def test_refresh_keeps_history_reads_plain_mount_points_and_rebuilds_a_damaged_f
 def test_foreign_and_cloned_markers_leave_the_selection_and_the_registry_alone(m):
     machine(m, fixed=("D", "E", "F"))
     e = assign(m, "E:\\")
-    settings(m, [(e, "E:\\")])
+    m.select_volumes((e, "E:\\"))
     selection = read(data(m, "qzinfo.xml"))
     theirs = "v0090123456789ab0123456789ab"
-    write(m.host_path("D:\\.qzvol\\qzvol_id.xml"), XML_HEAD + '<readme txt="x" />\n'
-          f'<qzvolume vguid="{theirs}" associated_hguid="{OTHER_HGUID}" />\n</contents>\n')
+    m.mark(m.host_path("D:\\"), theirs, OTHER_HGUID)
     shutil.copytree(m.host_path("E:\\.qzvol"), m.host_path("F:\\.qzvol"))  # E cloned onto F
     for _ in range(2):
         m.run("-update_qzvolumes_xml")
@@ -239,10 +221,13 @@ def test_foreign_and_cloned_markers_leave_the_selection_and_the_registry_alone(m
     check(m.run("-queryattachedvolumes").stdout.startswith(
         "WARNING: Two drives have duplicate qzvolumeids: E:\\ and F:\\\nThe following hard drives are attached:\n"),
         "no duplicate warning")
-    # With E unplugged the clone stands in for it.
+    # With E unplugged the clone stands in for it, as a volume that changed its letter does.
     shutil.rmtree(m.host_path("E:\\.qzvol"))
     m.run("-update_qzvolumes_xml")
     check(f'<qzvolume qzVolumeGuid="{e}" mountPointPath="F:\\" />' in read(data(m, "qzinfo.xml")), "no repair")
+    check(m.logged(f"self repairing sel for backup mountPoint:E:\\ now F:\\, volumeId:{e}"), "no self-repair line")
+    check(not os.path.exists(data(m, "qzinfo.xml.tmp")), "temporary settings file left behind")
+    check_eq(registry(m)[1][e]["mount"], "F:\\", "registered mount point after the change")
 
 
 # ---- alert levels ----
@@ -267,6 +252,7 @@ def test_alert_levels_from_ages_and_the_elevated_attached_volume(m):
                              defcon_record(x, "X:\\", 2, 28, -1, 0), defcon_record(y, "Y:\\", 1, 29, -1, 0),
                              defcon_record(z, "Z:\\", 1, 9001, -1, 0)]), "qzdefcon.xml")
     check(m.logged("more than 24_years since drive was seen, mountName=Z:\\"), "no cap line")
+    check("    qzVol_defconLevel: 5\n" in m.run("-volumeinfo", "D:\\").stdout, "-volumeinfo of D:")
     check(not os.path.exists(data(m, "qzreports", "qzdefcon.xml.tmp")), "temporary file left behind")
 
     # Listed 9 days ago, E is elevated and attached; Y, listed longer ago, is not attached.
@@ -283,7 +269,7 @@ def test_listvolumes_labels_and_state_summary(m):
     c, d, e = assign(m, "C:\\"), assign(m, "D:\\"), assign(m, "E:\\")
     check(os.path.exists(data(m, "qzvol_system_volume", "qzvol_id.xml")), "system volume marker not in the data dir")
     x = "v0200123456789ab0123456789ab"
-    settings(m, [(c, "C:\\"), (d, "D:\\"), (x, "X:\\")])
+    m.select_volumes((c, "C:\\"), (d, "D:\\"), (x, "X:\\"))
     r = m.run("-listvolumes")
     check_eq(r.stdout,
              f"\nSummaryLine: selected=3 attached=4 unplugged=1 | SEL C:\\ {c} attached system | SEL D:\\ {d} attached"
@@ -328,35 +314,3 @@ def test_listvolumestofile_paths_and_contents(m):
     check_eq((r.rc, r.stdout), (0, "SUCCESS\n"), f"{path} ({len(path)} characters)")
     check_eq(read(data(m, "qzflags", "sub", "a" * 18 + ".txt")), expected, "replaced file")
     check(not any(n.endswith(".qztmp") for n in os.listdir(data(m, "qzflags", "sub"))), "temporary file left behind")
-
-
-# ---- the whole story ----
-
-def test_two_selected_volumes_follow_a_drive_letter_change(m):
-    machine(m, fixed=("D", "E"))
-    d, e = assign(m, "D:\\"), assign(m, "E:\\")
-    settings(m, [(d, "D:\\"), (e, "E:\\")])
-    for g in (d, e):
-        pushed(m, g, now_ms())
-
-    def run_all(e_mount):
-        check_eq(m.run("-update_qzvolumes_xml").stdout, f"Done updating file: {m.datadir_win}qzvolumes.xml\n")
-        check_eq(update_defcon(m), "SUCCESS reading updated file, criticalDefcon=5\n" + DEFCON_NOT_ACTIONABLE,
-                 "-update_qzdefcon_xml")
-        check_eq(read(data(m, "qzreports", "qzdefcon.xml")),
-                 defcon_text(5, [defcon_record(d, "D:\\", 5, 0, -1, 0), defcon_record(e, e_mount, 5, 0, -1, 0)]),
-                 "qzdefcon.xml")
-        listing = m.run("-listvolumes").stdout
-        check(f"=0 | SEL D:\\ {d} attached | SEL {e_mount} {e} attached | AVAIL C:\\ none gm\n" in listing, listing)
-        r = m.run("-volumeinfo", e_mount)
-        check(r.stdout.startswith(f"VolumeInfo for: {e_mount}\n    VolumeGUID: {e}\n    AssocHguid: {HGUID}\n") and
-              "    qzVol_defconLevel: 5\n" in r.stdout, f"-volumeinfo: {r.stdout!r}")
-        _, entries = registry(m)
-        check_eq({g: v["mount"] for g, v in entries.items()}, {d: "D:\\", e: e_mount}, "registered mount points")
-
-    run_all("E:\\")
-    move_drive(m, "E", "F")
-    run_all("F:\\")
-    check(m.logged(f"self repairing sel for backup mountPoint:E:\\ now F:\\, volumeId:{e}"), "no self-repair line")
-    check(f'<qzvolume qzVolumeGuid="{e}" mountPointPath="F:\\" />' in read(data(m, "qzinfo.xml")), "settings")
-    check(not os.path.exists(data(m, "qzinfo.xml.tmp")), "temporary settings file left behind")

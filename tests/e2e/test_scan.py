@@ -8,12 +8,11 @@ import os
 import re
 import sys
 
-from filelists import leftover_futures, list_dir, list_name, list_path, put, read_list, scan_machine, tree_blocks, vguid
+from filelists import VIRTUAL, list_dir, list_name, list_path, put, read_list, scan, scan_machine, tree_blocks, vguid
 from harness import check, check_eq, write
 
 GUID_D = vguid("D")
 LIST_NAME = list_name("D")
-VT = {"QZ_TEST_VIRTUAL_TIME": "1"}
 BIG = 524288000
 # The depth test makes a chain of 1001 folders; removing it recurses once per level.
 sys.setrecursionlimit(max(sys.getrecursionlimit(), 6000))
@@ -37,12 +36,6 @@ def sample_tree(d, symlinks):
     if symlinks:
         os.symlink("notes.txt", os.path.join(d, "Users", "bob", "link.txt"))
         os.symlink(os.path.join(d, "data"), os.path.join(d, "Users", "bob", "loop"))
-
-
-def scan(m, *args):
-    r = m.run(*args, env=VT)
-    check_eq(r.rc, 0, f"exit code of a scan {list(args)}")
-    return r
 
 
 def text(m, name):
@@ -153,7 +146,6 @@ def test_every_way_to_start_builds_the_lists_afresh(m):
         previous, header = header, read_list(m)[0]
         check(header >= previous, "the list carries its own start time")
     check_eq(text(m, "bigfilelist.dat"), "", "bigfilelist.dat after the big file went")
-    check_eq(leftover_futures(m), [], "future files left")
     # Only the first-install run records how long its walk took.
     check(re.fullmatch(r'<\?xml version="1.0" encoding="UTF-8"\?>\n<firsttimestats>\n'
                        r'<stat install_fscan_numsecs="\d+" />\n</firsttimestats>\n', text(m, "firstfilescantime.xml")),
@@ -185,7 +177,7 @@ def test_stop_file_lock_and_refusals(m):
 
     # The self-destruct flag: exit 1.
     write(os.path.join(m.datadir(), "qzupdates", "qzflag_selfdestructflag.txt"), "please nuke_and_pave now")
-    r = m.run(env=VT)
+    r = m.run(env=VIRTUAL)
     check_eq(r.rc, 1, "exit code with the self-destruct flag")
     check_eq(m.log_messages()[-1], "QZFILELIST - Self Destruct Flag Set so not running", "last log line")
     os.remove(os.path.join(m.datadir(), "qzupdates", "qzflag_selfdestructflag.txt"))

@@ -7,11 +7,9 @@ import shutil
 import threading
 import time
 
-from filelists import check_list, leftover_futures, list_path, listed, put, scan_machine
+from filelists import MARKER, check_list, leftover_futures, list_path, listed, put, scan, scan_machine
 from harness import check, check_eq
 
-VIRTUAL = {"QZ_TEST_VIRTUAL_TIME": "1"}
-MARKER = "\\.qzvol\\"  # the run writes its wake-up files there while it walks
 
 
 def make_files(root, count, dirs=1, prefix="t"):
@@ -23,19 +21,12 @@ def make_files(root, count, dirs=1, prefix="t"):
                 f.write("x" * (i % 7))
 
 
-def scan_ok(m, **kw):
-    r = m.run(env=VIRTUAL, **kw)
-    check_eq(r.rc, 0, f"exit code of a scan: {r.stderr[-300:]!r}")
-    check_eq(leftover_futures(m), [], "future files left")
-    return r
-
-
 def test_twenty_starts_at_once_exactly_one_scans(m):
     d, = scan_machine(m)
     # Enough folders for the winner's gentle pace (3 s every 101 folders) to
     # outlast the others' three-second wait for the lock.
     make_files(d, 1, dirs=400 if m.platform == "native" else 1000)
-    scan_ok(m)  # writes topdirs.xml, so the next runs are normal ones
+    scan(m)  # writes topdirs.xml, so the next runs are normal ones
     before = len(m.log_messages())
     procs = [m.start() for _ in range(20)]
     results = [m.wait(p, timeout=600) for p in procs]
@@ -83,7 +74,7 @@ def test_hostile_tree_gives_a_well_formed_list_and_one_line_per_problem(m):
     put(os.path.join(locked, "secret.txt"))
     os.chmod(locked, 0)
     try:
-        scan_ok(m, timeout=600)
+        scan(m, timeout=600)
     finally:
         os.chmod(locked, 0o755)
     blocks = check_list(m, d, ignore=(MARKER, "\r", "\n", "\udcff", "\\locked\\", "\\loops\\", "backupdb\\",
@@ -114,7 +105,7 @@ def test_folder_of_200000_files(m):
     os.makedirs(os.path.join(d, "big"))
     for i in range(200000):
         open(os.path.join(d, "big", f"e{i:06d}"), "w").close()
-    scan_ok(m, timeout=1200)
+    scan(m, timeout=1200)
     check_list(m, d)
 
 
@@ -141,7 +132,7 @@ def test_files_vanishing_during_the_walk(m):
     t.start()
     try:
         for _ in range(3):
-            scan_ok(m, timeout=600)
+            scan(m, timeout=600)
     finally:
         stop.set()
         t.join()
@@ -152,7 +143,7 @@ def test_volume_unplugged_mid_run_keeps_its_previous_list(m):
     d, e = scan_machine(m, "DE")
     make_files(d, 1, dirs=150)  # a normal run pauses 3 s after 101 folders of D:
     make_files(e, 2, dirs=5)
-    scan_ok(m)
+    scan(m)
     with open(list_path(m, "E"), "rb") as f:
         previous_e = f.read()
     p = m.start()  # a normal run, in real time

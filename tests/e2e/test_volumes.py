@@ -7,7 +7,7 @@ import os
 import shutil
 import time
 
-from harness import check, check_eq, check_match, read, write
+from harness import check, check_eq, check_match, marker_xml, read, write
 
 MINE = "0123456789abcdef01234567"
 OTHER = "fedcba9876543210fedcba98"
@@ -15,25 +15,6 @@ GUID_D = "v0010123456789ab0123456789ab"
 GUID_E = "v0020123456789ab0123456789ab"
 GUID_C = "v0030123456789ab0123456789ab"
 README_TXT = "WARNING: deleting this file will stop Korvatine from backing up this drive volume"
-
-
-def id_xml(vguid, hguid, readme=README_TXT):
-    return ('<?xml version="1.0" encoding="UTF-8" ?>\n<contents>\n'
-            f'<readme txt="{readme}" />\n<qzvolume vguid="{vguid}" associated_hguid="{hguid}" />\n</contents>\n')
-
-
-def mark(drive_dir, text):
-    """Puts a marker (text of qzvol_id.xml) on a drive given by its host directory."""
-    path = os.path.join(drive_dir, ".qzvol", "qzvol_id.xml")
-    write(path, text)
-    return path
-
-
-def settings(m, *volumes):
-    """qzinfo.xml selecting these (guid, mount point) pairs for backup."""
-    lines = "".join(f'<qzvolume qzVolumeGuid="{g}" mountPointPath="{p}" />\n' for g, p in volumes)
-    m.write_qzinfo('<?xml version="1.0" encoding="UTF-8" ?>\n<contents>\n<hard_drives_to_backup>\n' + lines +
-                   '</hard_drives_to_backup>\n</contents>\n')
 
 
 def volumeinfo_re(guid, hguid, vtype, system="false"):
@@ -49,13 +30,11 @@ def volumeinfo_re(guid, hguid, vtype, system="false"):
 def test_only_fixed_drives_are_listed_and_empty_ones_typed_em(m):
     m.make_datadir()
     write(os.path.join(m.map_drive("D"), "docs", "a.txt"), "a")
-    e = m.map_drive("E")  # only the folders Windows puts on every drive: an empty volume
-    for folder in ("$RECYCLE.BIN", "System Volume Information"):
-        os.makedirs(os.path.join(e, folder))
+    m.map_empty_drive("E")
     f = m.map_drive("F", "removable")
     write(os.path.join(f, "photo.jpg"), "x")
-    mark(f, id_xml(GUID_E, MINE))
-    mark(m.map_drive("G"), id_xml(GUID_D, MINE))
+    m.mark(f, GUID_E, MINE)
+    m.mark(m.map_drive("G"), GUID_D, MINE)
     h = m.map_drive("H")
     write(os.path.join(h, "AUTORUN.INF"), "[autorun]\n")
     os.makedirs(os.path.join(h, "Recycled"))
@@ -88,14 +67,14 @@ def test_volumeinfo_reads_the_marker_as_it_is(m):
     m.write_install_xml(hguid=MINE)
     d = m.map_drive("D")
     write(os.path.join(d, "a.txt"), "a")
-    marker = mark(d, id_xml(GUID_D, OTHER))  # another machine's volume: shown, never changed
+    marker = m.mark(d, GUID_D, OTHER)  # another machine's volume: shown, never changed
     for arg in ("D:\\", "D:", "d:\\"):
         r = m.run("-volumeinfo", arg)
         head, rest = r.stdout.split("\n", 1)
         check_eq(head, f"VolumeInfo for: {arg}", "first line")
         mm = check_match(volumeinfo_re(GUID_D, OTHER, "gm"), rest, f"-volumeinfo {arg}")
         check_eq(int(mm.group(2)) + int(mm.group(3)), int(mm.group(1)), "free + used")
-    check_eq(read(marker), id_xml(GUID_D, OTHER), "marker after reading")
+    check_eq(read(marker), marker_xml(GUID_D, OTHER), "marker after reading")
 
     r = m.run("-volumeinfo", "Q:\\")
     check_eq(r.stdout, "VolumeInfo for: Q:\\\nVolume does not exist or is not attached right now.\n", "unknown drive")
@@ -108,9 +87,9 @@ def test_getvolumeinfofromfilename_says_whether_selected(m):
     m.write_install_xml(hguid=MINE)
     d = m.map_drive("D")
     write(os.path.join(d, "docs", "a.txt"), "a")
-    mark(d, id_xml(GUID_D, MINE))
+    m.mark(d, GUID_D, MINE)
     for selection, answer in [([(GUID_D, "D:\\")], "Yes"), ([(GUID_D, "E:\\")], "No"), ([(GUID_E, "D:\\")], "No")]:
-        settings(m, *selection)
+        m.select_volumes(*selection)
         r = m.run("-getvolumeinfofromfilename", "D:\\docs\\a.txt")
         check_match(r"^VolumeInfo for file: D:\\docs\\a\.txt\nVolume Mount Point: D:\\\n"
                     rf"    VolumeGUID: {GUID_D}\n    AssocHguid: {MINE}\n    VolumeType: gm\n"
@@ -126,12 +105,12 @@ def test_getvolumeinfofromfilename_says_whether_selected(m):
 def test_clone_writes_the_system_marker_into_the_data_dir_and_keeps_its_time(m):
     m.make_datadir()
     m.write_install_xml(hguid=MINE)
-    settings(m, (GUID_D, "D:\\"), (GUID_C, "C:\\"))
+    m.select_volumes((GUID_D, "D:\\"), (GUID_C, "C:\\"))
     r = m.run("-clone_qzvol_to_datadir")
     check_eq(r.stdout, "qzfilelist - entering -clone_qzvol_to_datadir\nqzfilelist - leaving -clone_qzvol_to_datadir\n",
              "-clone_qzvol_to_datadir")
     folder = os.path.join(m.datadir(), "qzvol_system_volume")
-    check_eq(read(os.path.join(folder, "qzvol_id.xml")), id_xml(GUID_C, MINE, README_TXT + "."), "cloned marker")
+    check_eq(read(os.path.join(folder, "qzvol_id.xml")), marker_xml(GUID_C, MINE, README_TXT + "."), "cloned marker")
     readme = read(os.path.join(folder, "README.txt"))
     check("Korvatine will stop backing up the System Drive Volume (C:\\) and also remove " in readme, repr(readme))
     for line in ("qzfilelist - entering -clone_qzvol_to_datadir", "qzfilelist - leaving -clone_qzvol_to_datadir",
@@ -143,7 +122,7 @@ def test_clone_writes_the_system_marker_into_the_data_dir_and_keeps_its_time(m):
     # A marker already on C:, written for another machine a day before this
     # install, is copied with its time; reading it then repairs the copy's owner.
     shutil.rmtree(folder)
-    source = mark(m.c(), id_xml(GUID_C, OTHER, "x"))
+    source = m.mark(m.c(), GUID_C, OTHER)
     old = time.time() - 86400
     os.utime(source, (old, old))
     m.run("-clone_qzvol_to_datadir")
@@ -160,10 +139,10 @@ def test_drive_ping_wakes_selected_drives_and_reports_them(m):
     m.make_datadir()
     m.write_install_xml(hguid=MINE)
     d = m.map_drive("D")
-    mark(d, id_xml(GUID_D, MINE))
+    m.mark(d, GUID_D, MINE)
     e = m.map_drive("E")
     write(os.path.join(e, "a.txt"), "a")
-    settings(m, (GUID_D, "D:\\"), (GUID_E, "E:\\"), (GUID_C, "Y:\\"))
+    m.select_volumes((GUID_D, "D:\\"), (GUID_E, "E:\\"), (GUID_C, "Y:\\"))
     r = m.run("-pingdrives_thatare_selectedforbackup")
     check_eq(r.rc, 0, "exit code")
     check_eq(r.stdout, "", "the switch prints nothing; its reports are logged")

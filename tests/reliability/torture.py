@@ -34,11 +34,9 @@ sys.path.insert(0, os.path.join(HERE, "..", "e2e"))
 sys.dont_write_bytecode = True
 
 import harness  # noqa: E402
-from filelists import (compare_with_tree, leftover_futures, list_dir, list_path, listed, parse_list,  # noqa: E402
-                       scan_machine, tree_files)
+from filelists import (MARKER, VIRTUAL, age_locks, compare_with_tree, leftover_futures, list_dir,  # noqa: E402
+                       list_path, listed, parse_list, scan_machine, tree_files)
 
-MARKER = "\\.qzvol\\"
-VIRTUAL = {"QZ_TEST_VIRTUAL_TIME": "1"}
 GEN = os.path.join(HERE, "..", "..", "..", "shared", "bench", "gen_tree.py")
 
 
@@ -74,13 +72,6 @@ class Torture:
 
     def lists(self):
         return {letter: read(list_path(self.m, letter)) for letter in self.trees}
-
-    def age_lock(self):
-        """The dead run's lock, as it looks three hours later."""
-        lock = os.path.join(list_dir(self.m), "qzfilelist_hour_lock.lck")
-        if os.path.exists(lock):
-            old = time.time() - 3 * 3600 - 120
-            os.utime(lock, (old, old))
 
     def full_run(self, what, args=(), env=VIRTUAL):
         r = self.m.run(*args, env=env, timeout=600)
@@ -121,7 +112,7 @@ class Torture:
                     self.fail(f"kill {i} ({delay:.3f}s): {letter}: a broken list is in place: {problems[:3]}")
                 else:
                     self.counts["new list"] += 1
-        self.age_lock()
+        age_locks(self.m)
         if self.full_run(f"run after kill {i}"):
             self.counts["next run ok"] += 1
 

@@ -8,20 +8,10 @@
 
 #include "QzFileInfo.h"
 #include "QzFileListing.h"
-#include "QzLog.h"
 #include "QzOs.h"
 #include "TestScratch.h"
 
-namespace {
-
-class QzListingTest : public ::testing::Test {
-protected:
-    void SetUp() override { QzTest::OpenScratchLog("listlog"); }
-    void TearDown() override { QzLog::Close(); }
-    static bool Logged(const QzString& text) { return QzTest::Logged(text.c_str()); }
-};
-
-}  // namespace
+using QzListingTest = QzTest::MachineTest;
 
 // The directory's length decides the long-path prefix: 251 bytes and more get
 // it, 249 and 250 do not, although their search pattern ("\\*" added) is
@@ -35,8 +25,8 @@ TEST_F(QzListingTest, LongPathPrefixIsDecidedOnTheDirectory) {
         while (missing.Length() < len) missing.AppendChar('g');
         EXPECT_FALSE(QzFile::GetListOfFileInfosInDir(&missing, &list));
         const QzString pattern = QzCat(len >= 251 ? "\\\\?\\" : "", missing, "\\*");
-        EXPECT_TRUE(Logged(QzCat("dirPat=", pattern, ", GetLastError="))) << len;
-        EXPECT_EQ(Logged(QzCat("?\\", missing, "\\*, GetLastError=")), len >= 251) << len;
+        EXPECT_TRUE(Logged(QzCat("dirPat=", pattern, ", GetLastError=").c_str())) << len;
+        EXPECT_EQ(Logged(QzCat("?\\", missing, "\\*, GetLastError=").c_str()), len >= 251) << len;
 
         // The same length reaching a real directory through "..", which only
         // an unprefixed path resolves: below 251 bytes the search itself must
@@ -97,7 +87,8 @@ TEST_F(QzListingTest, FailuresAreLoggedAndReturnFalse) {
     EXPECT_FALSE(QzFile::GetListOfFileInfosInDir(&missing, &list));
     EXPECT_TRUE(Logged(QzCat(") FindFirstFile_C failed, dirPat=", missing,
                              "\\*, GetLastError=3, and_a_lastError_of_3_means ERROR_PATH_NOT_FOUND, check if "
-                             "dirPat starts with a letter-colon in this log line.\n")));
+                             "dirPat starts with a letter-colon in this log line.\n")
+                           .c_str()));
     EXPECT_TRUE(Logged("ERROR: GetListOfFileInfosInDir (processId="));
 
     const QzString badUtf8("C:\\bad\xFF\\dir");
