@@ -11,7 +11,6 @@ from filelists import MARKER, check_list, leftover_futures, list_path, listed, p
 from harness import check, check_eq
 
 
-
 def make_files(root, count, dirs=1, prefix="t"):
     for d in range(dirs):
         sub = os.path.join(root, prefix, f"d{d:04d}")
