@@ -9,7 +9,9 @@
 # per core; the line gives their sum. Inputs are scheduled by their speed as
 # well as by their finds: otherwise a corpus drifts towards its slowest inputs
 # (a grep over a large file, a settings file full of rules) and a long run
-# slows to a third of its first rate.
+# slows to a third of its first rate. QZ_FUZZ_RESUME=1 goes on from the corpus
+# a previous long run left in build/fuzz/long instead of from the seeds, so a
+# run cut short can be finished (the counts of both runs add up).
 #   tests/fuzz/run_long.sh [runs] [target ...]
 set -u
 cd "$(dirname "$0")/../.."
@@ -26,7 +28,9 @@ status=0
 jobs=${QZ_FUZZ_JOBS:-1}
 for t in "${targets[@]}"; do
   corpus="$out/corpus_$t"
-  rm -rf "$corpus" && cp -R "tests/fuzz/corpus/$t" "$corpus"
+  if [ "${QZ_FUZZ_RESUME:-0}" != 1 ] || [ ! -d "$corpus" ]; then
+    rm -rf "$corpus" && cp -R "tests/fuzz/corpus/$t" "$corpus"
+  fi
   rm -f "$out/fuzz_$t.log" "$out/fuzz_$t".[0-9]*.log
   start=$(date +%s)
   rc=0
