@@ -168,10 +168,17 @@ bool FutureFile::Append(const char* data, int64_t len) {
     if (len <= 0) return true;
     if (!OpenForAppend()) return false;
     // A large append (a list's buffer) is written in slices of a few MiB,
-    // each starting its own write-back and settling the slice before it:
-    // only a few MiB of the file stay in the cache at a time, their pages
-    // are recycled for the next slices, and closing has little left to flush.
+    // each starting its own write-back at once. The bytes of the append
+    // before this one (written while the walk filled this buffer, so mostly
+    // on the disk by now) are settled first and dropped from the cache: at
+    // most two appends of the file stay in the cache, their pages are
+    // recycled for the next ones, the walk seldom waits for the disk, and
+    // closing has little left to flush.
     const bool behind = len >= kWriteBehindMinBytes && !writeThrough_ && end_ >= 0;
+    if (behind) {
+        QzOs::WriteBehind(handle_, cachedFrom_, startedTo_, startedTo_);
+        cachedFrom_ = startedTo_;
+    }
     const int64_t slice = behind ? kWriteBehindSliceBytes : len;
     for (int64_t done = 0; done < len;) {
         const int64_t n = len - done < slice ? len - done : slice;
@@ -183,9 +190,8 @@ bool FutureFile::Append(const char* data, int64_t len) {
         }
         done += n;
         if (end_ >= 0) end_ += n;
-        if (behind) {
-            QzOs::WriteBehind(handle_, cachedFrom_, startedTo_, end_);
-            cachedFrom_ = startedTo_;
+        if (behind && end_ >= 0) {
+            QzOs::WriteBehind(handle_, startedTo_, startedTo_, end_);
             startedTo_ = end_;
         }
     }

@@ -131,7 +131,7 @@ uint32_t GetFileTimes(Handle h, int64_t* creationRet, int64_t* lastWriteRet);
 uint32_t FlushFile(Handle h);
 // For a long file written front to back and not read while it grows: waits
 // until bytes [settledFrom, startFrom) are on the disk (their write-back was
-// started by the previous call) and lets the system drop them from its cache,
+// started by earlier calls) and lets the system drop them from its cache,
 // then starts write-back of [startFrom, end) without waiting. The file's
 // pages are recycled as it grows and the closing flush has little left to
 // do. Durability is still FlushFile's job; a system without such control
