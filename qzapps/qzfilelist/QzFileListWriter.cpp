@@ -148,12 +148,15 @@ void WriteBlock(QzScanState& run, QzFile::FutureFile& list, const QzString& dir,
     FlushIfVerbose(run, list);
 
     QzString why;
+    // Every entry's path is the listed folder's path and a name: the folder
+    // part is searched once, here, and the names one by one.
+    const int32_t clean = entries.Count() > 0 ? QzPathAnomaly::CleanFolderPrefix(entries.At(0)->fullPath) : 0;
     for (int32_t i = 0; i < entries.Count(); ++i) {
         QzFileInfo& e = *entries.At(i);
         const QzPathAnomaly::EntryVerdict verdict =
             crLfTestOnly
                 ? QzPathAnomaly::CheckEntryPathCrLfOnly(&e.fullPath, &why)
-                : QzPathAnomaly::CheckEntryPath(&e.fullPath, QzPathAnomaly::kBackslashPlatform, &why);
+                : QzPathAnomaly::CheckEntryPath(&e.fullPath, QzPathAnomaly::kBackslashPlatform, &why, clean);
         if (verdict != QzPathAnomaly::EntryVerdict::Keep &&
             verdict != QzPathAnomaly::EntryVerdict::KeepRenamed) {
             QzLog::WriteLine(why);

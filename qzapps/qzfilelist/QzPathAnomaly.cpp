@@ -77,14 +77,21 @@ EntryVerdict CheckEntryPathCrLfOnly(QzString* path, QzString* logRet) {
     return EntryVerdict::DropCrLf;
 }
 
-EntryVerdict CheckEntryPath(QzString* path, int platformCode, QzString* logRet) {
+EntryVerdict CheckEntryPath(QzString* path, int platformCode, QzString* logRet, int32_t cleanPrefix) {
     // Nearly every path holds none of the characters a test looks for; the
-    // library's vectorised search tells so fastest.
+    // library's vectorised search tells so fastest. The bytes of a clean
+    // prefix hold none of them, and a "/" that ends the prefix cannot be one
+    // (the prefix holds none), so the search starts after it.
     const char* p = path->c_str();
     const size_t len = static_cast<size_t>(path->Length());
-    if (std::memchr(p, '\r', len) || std::memchr(p, '\n', len)) return CheckEntryPathCrLfOnly(path, logRet);
+    size_t from = 0;
+    if (platformCode == kBackslashPlatform && cleanPrefix > 0)
+        from = static_cast<size_t>(cleanPrefix) < len ? static_cast<size_t>(cleanPrefix) : len;
+    const char* q = p + from;
+    const size_t n = len - from;
+    if (std::memchr(q, '\r', n) || std::memchr(q, '\n', n)) return CheckEntryPathCrLfOnly(path, logRet);
     bool slashDot = false;
-    for (const char* s = static_cast<const char*>(std::memchr(p, '/', len)); s && !slashDot;
+    for (const char* s = static_cast<const char*>(std::memchr(q, '/', n)); s && !slashDot;
          s = static_cast<const char*>(std::memchr(s + 1, '/', len - static_cast<size_t>(s + 1 - p))))
         slashDot = s + 1 < p + len && s[1] == '.';
     if (slashDot) {
@@ -103,6 +110,15 @@ EntryVerdict CheckEntryPath(QzString* path, int platformCode, QzString* logRet) 
         return EntryVerdict::KeepRenamed;
     }
     return EntryVerdict::Keep;
+}
+
+int32_t CleanFolderPrefix(const QzString& path) {
+    const char* p = path.c_str();
+    int32_t end = path.Length();
+    while (end > 0 && !IsSep(p[end - 1])) --end;
+    const auto n = static_cast<size_t>(end);
+    if (std::memchr(p, '\r', n) || std::memchr(p, '\n', n) || std::memchr(p, '/', n)) return 0;
+    return end;
 }
 
 DirVerdict CheckDirectoryPath(const QzString& path, QzString* logRet) {

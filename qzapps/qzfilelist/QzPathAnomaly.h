@@ -26,8 +26,15 @@ enum class EntryVerdict {
 
 // Tests 1 to 3, on every entry in the first pass over a directory. `path` is
 // altered in place where the test says so. A non-Keep verdict other than
-// KeepRenamed gives a log line in *logRet.
-EntryVerdict CheckEntryPath(QzString* path, int platformCode, QzString* logRet);
+// KeepRenamed gives a log line in *logRet. On the backslash platform a
+// caller that knows the first `cleanPrefix` bytes hold no CR, LF or "/" (the
+// listed directory's part, shared by all its entries) passes their number,
+// and only the bytes after them are searched; the verdict is the same.
+EntryVerdict CheckEntryPath(QzString* path, int platformCode, QzString* logRet, int32_t cleanPrefix = 0);
+// The length of the part of `path` up to and including its last "" or "/"
+// when that part holds no CR, LF or "/" (else 0): the clean prefix of every
+// entry listed with it.
+int32_t CleanFolderPrefix(const QzString& path);
 // Only the carriage-return and line-feed test (the single-directory writer).
 EntryVerdict CheckEntryPathCrLfOnly(QzString* path, QzString* logRet);
 

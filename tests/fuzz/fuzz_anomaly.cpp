@@ -51,6 +51,22 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         QzString log;
         const QzPathAnomaly::EntryVerdict v = QzPathAnomaly::CheckEntryPath(&path, platform, &log);
         const std::string out = View(path);
+        if (platform == QzPathAnomaly::kBackslashPlatform) {
+            // A clean prefix (no CR, LF or "/") given or not, the answer is the same.
+            const QzString original(in.c_str());
+            const int32_t folder = QzPathAnomaly::CleanFolderPrefix(original);
+            const size_t bad = in.find_first_of("\r\n/");
+            const size_t cleanMax = bad == std::string::npos ? in.size() : bad;
+            Check(static_cast<size_t>(folder) <= cleanMax, "folder prefix is not clean", in);
+            for (const int32_t k : {folder, static_cast<int32_t>(cleanMax)}) {
+                QzString again(in.c_str());
+                QzString log2;
+                const QzPathAnomaly::EntryVerdict v2 =
+                    QzPathAnomaly::CheckEntryPath(&again, platform, &log2, k);
+                Check(v2 == v && View(again) == out && View(log2) == View(log),
+                      "a clean prefix changed the verdict", in);
+            }
+        }
         if (crlf) {
             Check(v == QzPathAnomaly::EntryVerdict::DropCrLf, "CR/LF not dropped", in);
             std::string want;
