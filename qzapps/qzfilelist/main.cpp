@@ -13,20 +13,6 @@
 #include "QzTime.h"
 #include "qzfilelist.h"
 
-bool g_bufferingIsDisabled = false;
-bool g_isProc64 = false;
-bool g_urgentRun = false;
-bool g_firstInstallTime = false;
-std::vector<QzString> g_args;
-uintptr_t g_stackBaseAtStart = 0;
-
-void ExitQzFileList(int code) {
-    std::fflush(stdout);
-    std::fflush(stderr);
-    QzOs::SocketShutdown();
-    std::exit(code);
-}
-
 namespace {
 
 void WriteStartupLine() {
