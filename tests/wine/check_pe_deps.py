@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Checks that a Windows .exe is ready to ship as one file.
 
-    check_pe_deps.py program.exe --version 9.1.0.833 [--objdump TOOL]
+    check_pe_deps.py program.exe --version 9.1.0.833
 
 Checks, each reported on a line of its own:
   - every imported DLL comes with Windows (no libstdc++-6.dll, libgcc_s_*.dll,
@@ -31,14 +31,15 @@ SYSTEM_DLL_PATTERNS = [re.compile(r"api-ms-win-(crt|core)-[a-z0-9-]+\.dll")]
 
 RT_VERSION = 0x10
 RT_MANIFEST = 0x18
+OBJDUMP = "x86_64-w64-mingw32-objdump"
 
 
-def run_objdump(objdump, args, exe):
+def run_objdump(args, exe):
     """objdump's output; None when it refuses (as for a missing section)."""
     try:
-        done = subprocess.run([objdump, *args, exe], capture_output=True, text=True, errors="replace")
+        done = subprocess.run([OBJDUMP, *args, exe], capture_output=True, text=True, errors="replace")
     except OSError as e:
-        print(f"ERROR: cannot run {objdump}: {e}", file=sys.stderr)
+        print(f"ERROR: cannot run {OBJDUMP}: {e}", file=sys.stderr)
         sys.exit(2)
     return done.stdout if done.returncode == 0 else None
 
@@ -82,7 +83,6 @@ def main():
     ap = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     ap.add_argument("exe")
     ap.add_argument("--version", required=True, help="the version the build was made with")
-    ap.add_argument("--objdump", default="x86_64-w64-mingw32-objdump")
     opts = ap.parse_args()
 
     failures = 0
@@ -92,7 +92,7 @@ def main():
         print(("PASS: " if ok else "FAIL: ") + text)
         failures += 0 if ok else 1
 
-    headers = run_objdump(opts.objdump, ["-p"], opts.exe)
+    headers = run_objdump(["-p"], opts.exe)
     if headers is None:
         print(f"ERROR: {opts.exe} is not a PE file objdump can read", file=sys.stderr)
         return 2
@@ -105,7 +105,7 @@ def main():
     check(any(t == RT_VERSION for t, _ in ids), "a version resource (type 16) is present")
     check((RT_MANIFEST, 1) in ids, "the manifest is embedded as resource type 24, id 1")
 
-    rsrc = section_bytes(run_objdump(opts.objdump, ["-s", "-j", ".rsrc"], opts.exe) or "")
+    rsrc = section_bytes(run_objdump(["-s", "-j", ".rsrc"], opts.exe) or "")
     check(len(rsrc) > 0, f".rsrc section read ({len(rsrc)} bytes)")
 
     # VS_FIXEDFILEINFO: the signature, the structure version, then file and product version.

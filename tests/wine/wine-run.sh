@@ -1,11 +1,10 @@
 #!/bin/sh
 # Runs a Windows test program under Wine: wine-run.sh program.exe [args...]
 #
-# Used as CMAKE_CROSSCOMPILING_EMULATOR by the win64 build. The program runs in
-# a Wine prefix of its own, never in ~/.wine:
-#   - $QZ_WINEPREFIX when set (created on first use);
-#   - otherwise ${TMPDIR:-/tmp}/qz-wine-<uid>-<checksum of the build directory>,
-#     so all test programs of one build tree share one prefix.
+# Used as CMAKE_CROSSCOMPILING_EMULATOR by the win64 build, which hands it the
+# absolute path of a test program. The program runs in a Wine prefix of its
+# own, never in ~/.wine: ${TMPDIR:-/tmp}/qz-wine-<uid>-<checksum of the
+# program's directory>, so every run of one build tree shares one prefix.
 # The prefix is created once, quietly (no Mono/Gecko prompts, no display),
 # under a lock so parallel ctest jobs do not race. Its Z: drive (a link to /)
 # is removed so the drive list holds only C: and what a test maps itself.
@@ -17,46 +16,16 @@
 # caller sets WINEDEBUG.
 set -u
 
-WINE_LOADER=${QZ_WINE_LOADER:-/usr/lib/wine/wine64}
-WINESERVER_BIN=${QZ_WINESERVER:-/usr/lib/wine/wineserver64}
+WINE_LOADER=/usr/lib/wine/wine64
+WINESERVER_BIN=/usr/lib/wine/wineserver64
 # Seconds the server stays up after the last program ends; the next run then
 # starts in milliseconds instead of half a second.
-LINGER=${QZ_WINESERVER_LINGER:-30}
+LINGER=30
 
-if [ "$#" -lt 1 ]; then
-    echo "usage: $0 program.exe [args...]" >&2
-    exit 2
-fi
-
-# Wine resolves a relative program path against the Windows view of the
-# current directory, which need not exist; hand it an absolute path.
 prog=$1
 shift
-case $prog in
-    /*) ;;
-    *) [ -e "$prog" ] && prog=$(cd "$(dirname "$prog")" && pwd -P)/$(basename "$prog") ;;
-esac
-
-# The build directory is the nearest ancestor of the program holding
-# CMakeCache.txt; without one, the current directory stands in for it.
-build_dir_of() {
-    probe=$(dirname "$1")
-    while [ "$probe" != "/" ] && [ "$probe" != "." ]; do
-        if [ -f "$probe/CMakeCache.txt" ]; then
-            echo "$probe"
-            return
-        fi
-        probe=$(dirname "$probe")
-    done
-    pwd -P
-}
-
-if [ -n "${QZ_WINEPREFIX:-}" ]; then
-    prefix=$QZ_WINEPREFIX
-else
-    key=$(build_dir_of "$prog" | cksum | cut -d' ' -f1)
-    prefix=${TMPDIR:-/tmp}/qz-wine-$(id -u)-$key
-fi
+key=$(dirname "$prog" | cksum | cut -d' ' -f1)
+prefix=${TMPDIR:-/tmp}/qz-wine-$(id -u)-$key
 
 export WINEPREFIX="$prefix"
 export WINEDEBUG="${WINEDEBUG:--all}"
