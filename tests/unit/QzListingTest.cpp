@@ -1,10 +1,8 @@
 // Listing one directory: the long-path prefix decided on the directory's
-// length, the list's growth steps, the failure log lines and the names a POSIX
-// host holds that Windows cannot. Names, sizes, reparse points and the
-// outcomes of a listing are checked by the whole-program tests.
+// length, the list's growth steps and the failure log lines. Names (those a
+// POSIX host holds that Windows cannot included), sizes, reparse points and
+// the outcomes of a listing are checked by the whole-program tests.
 #include <gtest/gtest.h>
-
-#include <fstream>
 
 #include "QzFileInfo.h"
 #include "QzFileListing.h"
@@ -95,20 +93,3 @@ TEST_F(QzListingTest, FailuresAreLoggedAndReturnFalse) {
     EXPECT_FALSE(QzFile::GetListOfFileInfosInDir(&badUtf8, &list));
     EXPECT_TRUE(Logged(") QzUtf16String::ConvertUtf8QzStringToUtf16_A failed, dirPat=C:\\bad\xFF\\dir\\*\n"));
 }
-
-#ifndef _WIN32
-// Names no Windows name can hold (a backslash, bytes that are not UTF-8) are
-// left out with a log line each.
-TEST_F(QzListingTest, PosixNamesWindowsCannotHoldAreSkipped) {
-    const QzString dir = QzTest::NewScratchSubdir("odd");
-    const std::string host = QzTest::HostPath(dir);
-    ASSERT_TRUE(QzTest::WriteFile(QzCat(dir, "good.txt"), "g"));
-    std::ofstream(host + "/back\\slash.txt") << "b";
-    std::ofstream(host + "/bad\xFF.txt") << "b";
-    QzFileInfoList list;
-    ASSERT_TRUE(QzFile::GetListOfFileInfosInDir(&dir, &list));
-    ASSERT_EQ(list.Count(), 1);
-    EXPECT_STREQ(list.At(0)->Name(), "good.txt");
-    EXPECT_EQ(QzTest::LoggedCount("ConvertQzUtf16StringToUtf8_B failed, dirSearch="), 2);
-}
-#endif
