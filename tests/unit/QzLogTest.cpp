@@ -3,58 +3,39 @@
 // processes are checked by the whole-program tests.
 #include <gtest/gtest.h>
 
-#include <sstream>
-
 #include "QzFile.h"
 #include "QzLog.h"
-#include "QzTime.h"
 #include "TestScratch.h"
 
 namespace {
 
-int64_t g_now = 0;
-int64_t FakeClock() {
-    return g_now;
-}
 constexpr int64_t kMinute = 60000;
 constexpr int64_t kNov27Noon = 1795780800000LL;      // 2026-11-27 12:00:00 GMT
 constexpr int64_t kNov10Midnight = 1794268800000LL;  // 2026-11-10 00:00:00 GMT
 
-class QzLogTest : public ::testing::Test {
+// The machine's log in its scratch folder, on a clock the test sets.
+class QzLogTest : public QzTest::MachineTest {
 protected:
-    void SetUp() override {
-        QzTime::SetClockForTesting(FakeClock);
-        dir_ = QzTest::NewScratchSubdir("log");
-        base_ = QzCat(dir_, "qzlogs\\qzfilelist");
-        QzLog::Open(base_.c_str(), nullptr);
-        ASSERT_TRUE(QzLog::IsOpen());
-    }
-    void TearDown() override {
-        QzLog::Close();
-        QzTime::SetClockForTesting(nullptr);
-    }
-    QzString Day(int d, const char* ext) {
-        QzString p = QzCat(base_, "\\qzfilelist");
-        p.AppendPaddedInt(d, 2);
+    static QzString Day(int d, const char* ext) {
+        QzString p = QzLog::DayFilePath(d);
+        p.Truncate(p.Length() - 4);  // ".log"
         p.Append(ext);
         return p;
     }
-    void MakeDays(int from, int to) {
+    static void MakeDays(int from, int to) {
         for (int d = from; d <= to; ++d) {
             ASSERT_TRUE(QzTest::WriteFile(Day(d, ".log"), "old\n"));
             ASSERT_TRUE(QzTest::WriteFile(Day(d, ".zip"), "old"));
         }
     }
-    bool Exists(int d, const char* ext) { return QzFile::PathExists(Day(d, ext).c_str()); }
-
-    QzString dir_, base_;
+    static bool Exists(int d, const char* ext) { return QzFile::PathExists(Day(d, ext).c_str()); }
 };
 
 }  // namespace
 
 TEST_F(QzLogTest, CleanupOnDay27RemovesComingDaysAndTheWrappedOnes) {
     MakeDays(0, 33);
-    g_now = kNov27Noon;
+    now_ = kNov27Noon;
     QzLog::WriteLine("x");
     for (int d = 0; d <= 33; ++d) {
         const bool gone = (d >= 29 && d <= 33) || d <= 5;
@@ -65,33 +46,30 @@ TEST_F(QzLogTest, CleanupOnDay27RemovesComingDaysAndTheWrappedOnes) {
 
 TEST_F(QzLogTest, CleanupRunsAtMostEveryTenMinutes) {
     MakeDays(0, 31);
-    g_now = kNov10Midnight;
+    now_ = kNov10Midnight;
     QzLog::WriteLine("first");
     for (int d = 0; d <= 31; ++d) EXPECT_EQ(Exists(d, ".log"), d < 12 || d > 16) << "day " << d;
 
     MakeDays(12, 12);
-    g_now = kNov10Midnight + 9 * kMinute;
+    now_ = kNov10Midnight + 9 * kMinute;
     QzLog::WriteLine("nine minutes later");
     EXPECT_TRUE(Exists(12, ".log"));
 
-    g_now = kNov10Midnight + 11 * kMinute;
+    now_ = kNov10Midnight + 11 * kMinute;
     QzLog::WriteLine("eleven minutes later");
     EXPECT_FALSE(Exists(12, ".log"));
 }
 
 TEST_F(QzLogTest, LocatedMessagesNameFileLineFunctionAndLevel) {
-    g_now = kNov27Noon;
+    now_ = kNov27Noon;
     QzLog::WriteLocated(-3, "C:\\src\\qzapps\\qzfilelist\\qzfilelist.cpp", 812,
                         "int __cdecl main(int,char *[])",
                         "QZFILELIST - client version has reached End-Of-Life, exiting");
     QzLog::WriteLocated(-2, "/src/common/QzFile.cpp", 7, "f()", "n=%d s=%s", 42, "abc");
     QzLog::WriteLocated(-1, "QzLog.cpp", 1, "g()", "note");
     QzLog::WriteLocated(0, "QzLog.cpp", 2, "h()", "plain");
-    std::istringstream in(QzTest::ReadFile(Day(27, ".log")));
-    std::vector<std::string> msgs;
-    for (std::string line; std::getline(in, line);) msgs.push_back(line.substr(line.find(" - ") + 3));
     EXPECT_EQ(
-        msgs,
+        QzTest::LoggedLines(""),  // every message of the log, all on the 27th
         (std::vector<std::string>{
             "qzfilelist.cpp:812 [int __cdecl main(int,char *[])] ERROR:\tQZFILELIST - client version has "
             "reached End-Of-Life, exiting",
