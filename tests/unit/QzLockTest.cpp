@@ -10,36 +10,30 @@
 
 #include "QzFile.h"
 #include "QzLock.h"
-#include "QzLog.h"
 #include "QzTime.h"
 #include "TestScratch.h"
 
 namespace {
 
-// The program's clock and pauses are simulated; the file system's clock is
-// the real one, as it is for the lock.
-int64_t g_now = 0;
+// The program's clock and pauses are simulated (a pause moves the clock on);
+// the file system's clock is the real one, as it is for the lock.
 std::vector<uint32_t> g_sleeps;
 
-class QzLockTest : public ::testing::Test {
+class QzLockTest : public QzTest::MachineTest {
 protected:
     void SetUp() override {
+        MachineTest::SetUp();
         dir_ = QzTest::NewScratchSubdir("lock");
         path_ = QzCat(dir_, "qzfilelist_hour_lock.lck");
-        QzTest::OpenScratchLog("locklog");
-        g_now = QzFile::GetFileLastModMillis(QzCat(dir_, ".").c_str());
         g_sleeps.clear();
-        QzTime::SetClockForTesting([] { return g_now; });
         QzTime::SetSleepForTesting([](uint32_t millis) {
             g_sleeps.push_back(millis);
-            g_now += millis;
+            now_ += millis;
         });
     }
     void TearDown() override {
         QzLock::SetGlobalThreeHourLock(nullptr);
-        QzTime::SetClockForTesting(nullptr);
-        QzTime::SetSleepForTesting(nullptr);
-        QzLog::Close();
+        MachineTest::TearDown();
     }
 
     // Moves the lock file's modification time by `seconds` and returns it.
@@ -59,7 +53,6 @@ protected:
             if (e.path().filename() != "qzfilelist_hour_lock.lck") return false;
         return true;
     }
-    static bool Logged(const std::string& text) { return QzTest::Logged(text); }
 
     QzString dir_, path_;
 };
@@ -72,7 +65,7 @@ TEST_F(QzLockTest, FreeLockIsTakenAtOnceAndAHeldOneAfterTheDoublingWait) {
     EXPECT_TRUE(g_sleeps.empty());
     EXPECT_EQ(first->staleMillis, 10800000);
     EXPECT_EQ(first->fileModTime, ModTime());
-    EXPECT_EQ(first->lastRefresh, g_now);
+    EXPECT_EQ(first->lastRefresh, now_);
 
     // A live holder: the waiter sleeps 5, 10, 20 ... ms while the doubled
     // pause stays under a quarter of the budget left, then gives up after
@@ -101,7 +94,7 @@ TEST_F(QzLockTest, StaleTimeIsJudgedByTheFileSystemClock) {
     ASSERT_NE(lock, nullptr);
     EXPECT_TRUE(Logged("ERROR: QzLock::GrabFileBasedLock breaking log named: " + std::string(path_.c_str())));
     EXPECT_EQ(lock->fileModTime, ModTime());
-    g_now += 7LL * 24 * 3600 * 1000;  // the program's own clock is far off; only the file's counts
+    now_ += 7LL * 24 * 3600 * 1000;  // the program's own clock is far off; only the file's counts
     EXPECT_EQ(Grab(), nullptr);
     EXPECT_TRUE(NoLeftovers());
 }
@@ -110,13 +103,13 @@ TEST_F(QzLockTest, RefreshTouchesAtMostEveryFifteenSeconds) {
     auto lock = Grab();
     ASSERT_NE(lock, nullptr);
     const int64_t old = lock->fileModTime = Shift(-60);  // as if grabbed a minute ago
-    g_now += 20000;
+    now_ += 20000;
     ASSERT_TRUE(QzLock::RefreshFileBasedLock(lock.get()));
     EXPECT_GT(ModTime(), old);
     EXPECT_EQ(lock->fileModTime, ModTime());
-    EXPECT_EQ(lock->lastRefresh, g_now);
+    EXPECT_EQ(lock->lastRefresh, now_);
     // Ten seconds later: no touch, which the moved time would show.
-    g_now += 10000;
+    now_ += 10000;
     lock->fileModTime = Shift(-60);
     ASSERT_TRUE(QzLock::RefreshFileBasedLock(lock.get()));
     EXPECT_EQ(ModTime(), lock->fileModTime);
@@ -128,7 +121,7 @@ TEST_F(QzLockTest, RewrittenLockFailsRefreshAndCannotBeRegrabbedWhileItsOwnerLiv
     auto lock = Grab();
     ASSERT_NE(lock, nullptr);
     const int64_t ours = lock->fileModTime, theirs = Shift(-5);  // another process wrote the file
-    g_now += 20000;
+    now_ += 20000;
     EXPECT_FALSE(QzLock::RefreshFileBasedLock(lock.get()));
     EXPECT_TRUE(Logged(std::string(" failed to refresh lock because file mod time changed: ") +
                        path_.c_str() + " time was supposed to be " + std::to_string(ours) +
@@ -143,7 +136,7 @@ TEST_F(QzLockTest, RewrittenLockFailsRefreshAndCannotBeRegrabbedWhileItsOwnerLiv
     // A lock that vanished cannot be refreshed either.
     std::filesystem::remove(QzTest::HostPath(path_));
     lock->fileModTime = theirs;
-    g_now += 20000;
+    now_ += 20000;
     EXPECT_FALSE(QzLock::RefreshFileBasedLock(lock.get()));
     EXPECT_TRUE(Logged(" failed to refresh lock because file does not exist: " + std::string(path_.c_str())));
 }
@@ -152,17 +145,17 @@ TEST_F(QzLockTest, HeartbeatRefreshesEveryFiveMinutesAndRegrabsAStaleLock) {
     QzLock::SetGlobalThreeHourLock(Grab());
     ASSERT_NE(QzLock::GlobalThreeHourLock(), nullptr);
     const int64_t before = QzLock::GlobalThreeHourLock()->fileModTime = Shift(-100);
-    g_now += 300000;  // not yet due
+    now_ += 300000;  // not yet due
     QzLock::RefreshGlobalThreeHourLock_ExitIfFail("C:\\Users");
     EXPECT_EQ(ModTime(), before);
-    g_now += 1;
+    now_ += 1;
     QzLock::RefreshGlobalThreeHourLock_ExitIfFail("C:\\Users");
     EXPECT_GT(ModTime(), before);
 
     // This process slept past its stale time: the refresh refuses, and the
     // one-hour re-grab breaks the old file and carries on.
     QzLock::GlobalThreeHourLock()->fileModTime = Shift(-4 * 3600);
-    g_now += 3000001;
+    now_ += 3000001;
     QzLock::RefreshGlobalThreeHourLock_ExitIfFail("C:\\Users");
     for (const char* line :
          {" more than 50 minutes since last refresh, elapsedMillis=3000001, startDirIn=C:\\Users",
@@ -181,7 +174,7 @@ TEST_F(QzLockTest, HeartbeatExitsWithOneWhenAnotherProcessOwnsTheLock) {
     QzLock::SetGlobalThreeHourLock(Grab());
     ASSERT_NE(QzLock::GlobalThreeHourLock(), nullptr);
     Shift(-5);
-    g_now += 300001;
+    now_ += 300001;
     EXPECT_EXIT(QzLock::RefreshGlobalThreeHourLock_ExitIfFail("C:\\Users"), ::testing::ExitedWithCode(1), "");
     // The forked child wrote into this test's log.
     EXPECT_TRUE(Logged(" failed to refresh lock because file mod time changed: "));
