@@ -189,6 +189,43 @@ def test_stop_file_lock_and_refusals(m):
     check(not os.path.exists(os.path.join(ld, LIST_NAME)), "a list was written without settings")
 
 
+def test_end_of_life_file_stops_the_run_before_the_walk(m):
+    scan_machine(m)
+    path = os.path.join(m.datadir(), "qzupdates", "clientversion.xml")
+    stop = (r"\S+\.cpp:\d+ \[int __cdecl main\(int,char \*\[\]\)\] ERROR:\tQZFILELIST - client version has "
+            r"reached End-Of-Life, exiting$")
+    unsure = "WARNING: QZFILELIST - could not tell whether the client version has reached End-Of-Life, so running: "
+    # This build is 9.1.0.833: a file naming it or a later version ends its life. A revision
+    # before 4 (0 and unreadable ones count as 1) never does; a negative one counts as large.
+    for revision, version, ends in [("4", "9.1.0.833", True), ("4", "9.1.0.832", False), ("5", "9.1.0.833x", True),
+                                    ("+4", " 9. 1.0.900", True), ("3", "99.0.0.0", False), ("0", "99.0.0.0", False),
+                                    ("-1", "99.0.0.0", True), ("x7", "99.0.0.0", False)]:
+        write(path, f'<contents>\n<revision num="{revision}" />\n<endoflife version="{version}" />\n</contents>\n')
+        before = len(m.log_messages())
+        scan(m)
+        new = m.log_messages()[before:]
+        check_eq(any(re.match(stop, x) for x in new), ends, f"end of life for revision {revision}, {version!r}")
+        check_eq(any("entering main disk analysis" in x for x in new), not ends, f"walk for {revision}, {version!r}")
+    # The function is named in the Windows compiler's spelling on every build.
+    for line in [" [int __cdecl QzClientVersionManager::detect_revision(void)] WARNING:\t"
+                 "revision from clientversion.xml is invalid: x7, using legacy compatibility mode (rev1)",
+                 " [bool __cdecl QzClientVersionManager::IsEndOfLife(void)] WARNING:\tQzClientVersionManager::"
+                 "IsEndOfLife - invalid clientversion revision (rev 1)"]:
+        check(any(line in x for x in new), f"no log line holding {line!r}")
+    # A current-format file without its answer, and no file: the run goes on and says why.
+    for body, why in [('<revision num="4" />\n', "get_tag_xml - invalid format, <endoflife> tag not found"),
+                      ('<revision num="4" />\n<endoflife when="now" />\n',
+                       "get_attr_xml - invalid format, version attribute not found"),
+                      (None, "ReadFile - ")]:
+        if body is None:
+            os.remove(path)
+        else:
+            write(path, f"<contents>\n{body}</contents>\n")
+        scan(m)
+        check(m.log_index(re.escape(unsure + "QzClientVersionManager::" + why)) is not None, f"no line for {why!r}")
+    check(m.logged("\\qzupdates\\clientversion.xml not found"), "the missing file is named")
+
+
 def test_depth_limit_walks_1000_levels_and_skips_level_1001(m):
     d, = scan_machine(m)
     parts = ["d"] * 1001

@@ -1,11 +1,10 @@
 // The settings file "qzinfo.xml" (defaults, clamps and special values, the
 // repeated elements, file sets and their statistics categories, the
-// directories to watch with the rate-limited warning), the install
-// descriptor's values, and the client version file. The fuzz target checks
-// that every value read is one a user could have chosen.
+// directories to watch with the rate-limited warning) and the install
+// descriptor's values. The fuzz target checks that every value read is one a
+// user could have chosen.
 #include <string>
 
-#include "QzClientVersionManager.h"
 #include "QzFile.h"
 #include "QzInfoManager.h"
 #include "QzRuleFiles.h"
@@ -240,55 +239,6 @@ TEST_F(QzSettingsTest, InstallDescriptorValuesAreCachedAndTheInstallerReaderFail
                                   "<qzinstall datadir=\"E:\\two\" hguid=\"222222222222222222222222\" />"));
     EXPECT_STREQ(QzFile::GetMyHostGuid().c_str(), "abcdefabcdefabcdefabcdef");  // cached for the process
     EXPECT_STREQ(QzFile::GetDataDir().c_str(), dataDir.c_str());
-}
-
-bool EndOfLife(const std::string& revision, const std::string& eol) {
-    const QzString path = QzCat(QzTest::NewScratchSubdir("cv"), "clientversion.xml");
-    EXPECT_TRUE(QzTest::WriteFile(path, "<contents>\n<revision num=\"" + revision +
-                                            "\" />\n<endoflife version=\"" + eol + "\" />\n</contents>\n"));
-    return QzClientVersionManager(path.c_str()).IsEndOfLife();
-}
-
-std::string ClientVersionError(const std::string& body) {
-    const QzString path = QzCat(QzTest::NewScratchSubdir("cv"), "clientversion.xml");
-    EXPECT_TRUE(body.empty() || QzTest::WriteFile(path, "<contents>\n" + body + "</contents>\n"));
-    try {
-        QzClientVersionManager(path.c_str()).IsEndOfLife();
-    } catch (const QzClientVersionError& e) {
-        return e.what();
-    }
-    return "(no error)";
-}
-
-// This build is 9.1.0.833: a file naming it or a later version ends its life. How two
-// versions compare is checked against a model by the fuzz target.
-TEST_F(QzSettingsTest, ClientVersionEndOfLifeRevisionsAndErrors) {
-    const struct {
-        const char* revision;
-        const char* eol;
-        bool ends;
-    } cases[] = {{"4", "9.1.0.833", true},  {"4", "9.1.0.832", false},
-                 {"5", "9.1.0.833x", true}, {"+4", " 9. 1.0.900", true},
-                 {"3", "99.0.0.0", false},  {"0", "99.0.0.0", false},  // invalid: legacy revision 1
-                 {"-1", "99.0.0.0", true}};                            // negative counts as large
-    for (const auto& c : cases) EXPECT_EQ(EndOfLife(c.revision, c.eol), c.ends) << c.revision << " " << c.eol;
-
-    EXPECT_FALSE(EndOfLife("x7", "99.0.0.0"));
-    // The function is named in the Windows compiler's spelling on every build.
-    EXPECT_TRUE(
-        Logged(" [int __cdecl QzClientVersionManager::detect_revision(void)] WARNING:\trevision from "
-               "clientversion.xml is invalid: x7, using legacy compatibility mode (rev1)\n"));
-    EXPECT_TRUE(
-        Logged(" [bool __cdecl QzClientVersionManager::IsEndOfLife(void)] WARNING:\tQzClientVersionManager::"
-               "IsEndOfLife - invalid clientversion revision (rev 1)\n"));
-
-    EXPECT_EQ(ClientVersionError("<revision num=\"4\" />\n"),
-              "QzClientVersionManager::get_tag_xml - invalid format, <endoflife> tag not found");
-    EXPECT_EQ(ClientVersionError("<revision num=\"4\" />\n<endoflife when=\"now\" />\n"),
-              "QzClientVersionManager::get_attr_xml - invalid format, version attribute not found");
-    const std::string missing = ClientVersionError("");
-    EXPECT_EQ(missing.rfind("QzClientVersionManager::ReadFile - ", 0), 0u) << missing;
-    EXPECT_EQ(missing.substr(missing.size() - 28), "\\clientversion.xml not found");
 }
 
 }  // namespace
