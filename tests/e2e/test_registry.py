@@ -152,7 +152,7 @@ def test_without_a_host_identity_no_volume_is_marked(m):
 
 
 def test_short_ids_skip_999_and_wrap_after_ff9_and_a_staged_registry_stays_staged(m):
-    machine(m, fixed=("D", "E", "F", "G"))
+    machine(m, fixed=("D", "E", "F", "G", "H"))
     m.run("-update_qzvolumes_xml")
     check_eq(registry(m), (0, {}), "registry of a machine without marked volumes")
     staged = ' first_qzinfo_staging="true"'
@@ -171,6 +171,9 @@ def test_short_ids_skip_999_and_wrap_after_ff9_and_a_staged_registry_stays_stage
     check(assign(m, "F:\\").startswith("v001"), "0xff9 wraps to 1")
     check(m.logged("ERROR: QzUiUtil::CreateNewQzVolumeGuid high, wrapping to 1"), "no wrap line")
     check(assign(m, "G:\\").startswith("v002"), "counting goes on after the wrap")
+    write_registry(m, -2, [])  # the next short id, -1, does not print as three digits
+    check_eq(m.run("-assignvolumeguid", "H:\\").stdout, "FALSE: assign problem, probably could not write to: H:\\\n")
+    check(m.logged("ERROR: QzUiUtil::CreateNewQzVolumeGuid qzShortVid wrong: ffffffffffffffff"), "no short id line")
 
 
 # ---- the refresh ----

@@ -205,13 +205,6 @@ TEST_F(QzVolumesTest, RegistryReaderRefusesWhatItsFuzzTargetCannotJudge) {
     EXPECT_TRUE(Logged("could not find lastAssignedQzVolShortId, default to 0"));
 }
 
-TEST_F(QzVolumesTest, RegistryRefusesAShortIdThatDoesNotPrintAsThreeDigits) {
-    ASSERT_TRUE(QzUiUtil::QzVolumesXml_WriteQzVolumesXmlFile({}, -2));
-    QzString g;  // last short id -2: the next, -1, does not print as three digits
-    EXPECT_FALSE(QzUiUtil::QzVolumesXml_CreateNewQzVolumeGuid(&g));
-    EXPECT_TRUE(Logged("ERROR: QzUiUtil::CreateNewQzVolumeGuid qzShortVid wrong: ffffffffffffffff"));
-}
-
 TEST(QzDefconLevel, EveryAgeMustBeUnderTheBound) {
     const int cases[][4] = {{7, 7, 7, 5},    {7, 7, 8, 4},    {0, 14, 14, 4}, {15, 0, 0, 3},
                             {0, 0, 21, 3},   {0, 22, 0, 2},   {28, 0, 0, 2},  {29, 0, 0, 1},
