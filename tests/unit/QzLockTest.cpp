@@ -168,7 +168,8 @@ TEST_F(QzLockTest, HeartbeatRefreshesEveryFiveMinutesAndRegrabsAStaleLock) {
 }
 
 // Windows death tests re-run the test binary, which the mingw build of the
-// test framework cannot do; the whole-program tests cover the exit there.
+// test framework cannot do. The failed refresh and the failed re-grab that
+// lead to the exit are tested on both builds above; the exit is shared code.
 #ifndef _WIN32
 TEST_F(QzLockTest, HeartbeatExitsWithOneWhenAnotherProcessOwnsTheLock) {
     QzLock::SetGlobalThreeHourLock(Grab());
