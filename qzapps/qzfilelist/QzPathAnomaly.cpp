@@ -79,9 +79,9 @@ EntryVerdict CheckEntryPathCrLfOnly(QzString* path, QzString* logRet) {
 
 EntryVerdict CheckEntryPath(QzString* path, int platformCode, QzString* logRet, int32_t cleanPrefix) {
     // Nearly every path holds none of the characters a test looks for; the
-    // library's vectorised search tells so fastest. The bytes of a clean
-    // prefix hold none of them, and a "/" that ends the prefix cannot be one
-    // (the prefix holds none), so the search starts after it.
+    // library's vectorised search tells so fastest. A clean prefix holds
+    // none of them (so no "/." pair can begin in it either): the search
+    // starts after it.
     const char* p = path->c_str();
     const size_t len = static_cast<size_t>(path->Length());
     size_t from = 0;

@@ -31,7 +31,7 @@ enum class EntryVerdict {
 // listed directory's part, shared by all its entries) passes their number,
 // and only the bytes after them are searched; the verdict is the same.
 EntryVerdict CheckEntryPath(QzString* path, int platformCode, QzString* logRet, int32_t cleanPrefix = 0);
-// The length of the part of `path` up to and including its last "" or "/"
+// The length of the part of `path` up to and including its last "\" or "/"
 // when that part holds no CR, LF or "/" (else 0): the clean prefix of every
 // entry listed with it.
 int32_t CleanFolderPrefix(const QzString& path);
