@@ -190,7 +190,7 @@ bool FutureFile::Append(const char* data, int64_t len) {
         }
         done += n;
         if (end_ >= 0) end_ += n;
-        if (behind && end_ >= 0) {
+        if (behind) {
             QzOs::WriteBehind(handle_, startedTo_, startedTo_, end_);
             startedTo_ = end_;
         }
