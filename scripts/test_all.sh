@@ -25,7 +25,7 @@ for p in "${presets[@]}"; do
   fi
   rm -f "build-$p.log"
   echo "=== $p: test"
-  out=$(ctest --preset "$p" 2>&1)
+  out=$(ctest --preset "$p" --output-on-failure 2>&1)
   rc=$?
   printf '%s\n' "$out"
   summary=$(printf '%s\n' "$out" | grep -E '[0-9]+% tests passed, [0-9]+ tests? failed out of [0-9]+' | tail -n 1)
